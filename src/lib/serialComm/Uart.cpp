@@ -1,0 +1,151 @@
+#include "serialComm/Uart.h"
+
+#include "serialComm/Log.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <map>
+
+/// Bits per second to the speed constant of the kernel.
+static const std::map<int, long> baudRateMap = {
+    {110, B110},         {150, B150},         {200, B200},         {300, B300},         {600, B600},
+    {1200, B1200},       {2400, B2400},       {4800, B4800},       {9600, B9600},       {19200, B19200},
+    {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},   {460800, B460800},
+    {500000, B500000},   {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
+    {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000}, {3500000, B3500000},
+    {4000000, B4000000},
+};
+
+/// Number of stop bits to its flag in c_cflag.
+static const std::map<int, long> stopBitsMap = {{1, 0}, {2, CSTOPB}};
+
+/// Parity to its flags in c_cflag.
+static const std::map<std::string, long> parityMap = {{"none", 0}, {"even", PARENB}, {"odd", PARENB | PARODD}};
+
+static void restoreAndClose(int fd, const struct termios& savedAttributes)
+{
+    if (fd >= 0) {
+        ::tcsetattr(fd, TCSANOW, &savedAttributes);
+        ::close(fd);
+    }
+}
+
+Uart::Uart(const std::string& device, int baud, int stopBitCount, const std::string& parityName, bool waits)
+    : path(device), baudRate(baud), stopBits(stopBitCount), parity(parityName), blocking(waits), savedAttributes(),
+      attributes()
+{
+}
+
+Uart::~Uart()
+{
+    restoreAndClose(fd, savedAttributes);
+}
+
+bool Uart::init()
+{
+    const auto baudRateEntry = baudRateMap.find(baudRate);
+    if (baudRateEntry == baudRateMap.end()) {
+        LOG4CPLUS_ERROR(logger, "Unsupported baud rate: " << baudRate);
+        return false;
+    }
+    const long speed = baudRateEntry->second;
+    LOG4CPLUS_DEBUG(logger, "Baud rate: " << speed);
+
+    const auto parityEntry = parityMap.find(parity);
+    if (parityEntry == parityMap.end()) {
+        LOG4CPLUS_ERROR(logger, "Wrong parity set: " << parity);
+        return false;
+    }
+    const long parityFlags = parityEntry->second;
+    LOG4CPLUS_DEBUG(logger, "Parity: " << parityFlags);
+
+    const auto stopBitsEntry = stopBitsMap.find(stopBits);
+    if (stopBitsEntry == stopBitsMap.end()) {
+        LOG4CPLUS_ERROR(logger, "Unsupported stop bits: " << stopBits);
+        return false;
+    }
+    const long stopBitsFlag = stopBitsEntry->second;
+
+    restoreAndClose(fd, savedAttributes);
+    fd = ::open(path.c_str(), blocking ? O_RDWR | O_NOCTTY : O_RDWR | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0) {
+        LOG4CPLUS_ERROR(logger, "Cannot open serial device on path " << path);
+        return false;
+    }
+    ::tcgetattr(fd, &savedAttributes);
+
+    // Raw: every flag off. VMIN 0 with VTIME 5 makes a blocking read wait 0.5 s at most for its first byte.
+    memset(&attributes, 0, sizeof attributes);
+    attributes.c_cflag = static_cast<tcflag_t>(speed | parityFlags | stopBitsFlag | CS8 | CREAD | CLOCAL);
+    attributes.c_cc[VTIME] = 5;
+    ::cfsetispeed(&attributes, static_cast<speed_t>(speed));
+    ::cfsetospeed(&attributes, static_cast<speed_t>(speed));
+
+    if (::tcflush(fd, TCIOFLUSH) < 0) {
+        LOG4CPLUS_ERROR(logger, "Cannot clear terminal attributes");
+    }
+    if (::tcsetattr(fd, TCSANOW, &attributes) < 0) {
+        LOG4CPLUS_ERROR(logger, "Failed to set new attributes");
+        return false;
+    }
+
+    const char* slave = ::ptsname(fd);
+    if (slave == nullptr) {
+        return true;
+    }
+    if (::grantpt(fd) < 0 || ::unlockpt(fd) < 0) {
+        LOG4CPLUS_ERROR(logger, "Failed to unlock pts " << slave);
+        return false;
+    }
+    LOG4CPLUS_INFO(logger, "UART slave pts: " << slave);
+    return true;
+}
+
+bool Uart::write(const ByteArray& data)
+{
+    if (fd < 0) {
+        LOG4CPLUS_ERROR(logger, "Uart write failed: closed");
+        return false;
+    }
+
+    const ssize_t written = ::write(fd, data.data(), data.size());
+    if (static_cast<size_t>(written) != data.size()) {
+        const int errorNumber = errno;
+        LOG4CPLUS_ERROR(logger, "Uart write failed: " << errorNumber);
+        return false;
+    }
+    return true;
+}
+
+ByteArray Uart::read(size_t size, bool* error)
+{
+    ByteArray result(size);
+
+    if (fd < 0) {
+        if (error != nullptr) {
+            *error = true;
+        }
+        LOG4CPLUS_ERROR(logger, "Uart read failed: closed");
+        return {};
+    }
+
+    const ssize_t received = ::read(fd, result.data(), size);
+    if (received < 0) {
+        const int errorNumber = errno;
+        if (error != nullptr) {
+            *error = true;
+        }
+        LOG4CPLUS_ERROR(logger, "Uart read failed: " << errorNumber);
+        return {};
+    }
+
+    if (error != nullptr) {
+        *error = false;
+    }
+    result.resize(static_cast<size_t>(received));
+    return result;
+}
