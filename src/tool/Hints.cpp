@@ -69,9 +69,12 @@ Failure permissionDenied(const std::string& path)
                 "sudo, or a udev rule that gives it to a group"};
     const struct passwd* entry = getpwuid(geteuid());
     const std::string user = entry == nullptr ? "USER" : entry->pw_name;
-    return {CannotOpen, path + ": permission denied; it belongs to group " + group,
-            isMember(user, group) ? "log in again: " + user + " is in that group, this session began before"
-                                  : "sudo usermod -aG " + group + " " + user + ", then log in again"};
+    Failure failure{CannotOpen, path + ": permission denied; it belongs to group " + group};
+    if (isMember(user, group))
+        failure.hint = "log in again: " + user + " is in that group, this session began before";
+    else
+        failure.hint.append("sudo usermod -aG ").append(group).append(" ").append(user).append(", then log in again");
+    return failure;
 }
 
 }  // namespace
