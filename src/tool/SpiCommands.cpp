@@ -28,7 +28,11 @@ constexpr auto transfer = "an SPI transfer";
 
 NodeKind spidevKind()
 {
-    return {"a spidev node", spidevMajor, "spidev nodes here", spidevNodes(),
+    return {"a spidev node",
+            "/dev/spidev",
+            spidevMajor,
+            "spidev nodes here",
+            spidevNodes(),
             "bind the spidev driver: the device tree names a chip for it, or driver_override in /sys/bus/spi/devices"};
 }
 

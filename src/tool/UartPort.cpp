@@ -32,7 +32,7 @@ constexpr milliseconds tick{20};
 
 NodeKind portKind()
 {
-    return {"a serial port", 0, "ports here", serialPorts(), "serialcomm list uart"};
+    return {"a serial port", "/dev/", 0, "ports here", serialPorts(), "serialcomm list uart"};
 }
 
 bool isMultiplexer(const std::string& path)
