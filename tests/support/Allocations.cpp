@@ -31,22 +31,32 @@ static bool isHuge(size_t size)
 void* operator new(size_t size)
 {
     ++counts().allocations;
+    ++counts().blocks;
     if (void* memory = isHuge(size) ? sameMemoryOverAndOver(size) : malloc(size)) {
         return memory;
     }
     throw std::bad_alloc{};
 }
 
-void operator delete(void* memory) noexcept
+static void release(void* memory, size_t size)
 {
-    free(memory);
-}
-
-void operator delete(void* memory, size_t size) noexcept
-{
+    if (memory == nullptr) {
+        return;
+    }
+    --counts().blocks;
     if (isHuge(size)) {
         munmap(memory, size);
     } else {
         free(memory);
     }
+}
+
+void operator delete(void* memory) noexcept
+{
+    release(memory, 0);
+}
+
+void operator delete(void* memory, size_t size) noexcept
+{
+    release(memory, size);
 }

@@ -86,7 +86,8 @@ void ScriptedKernel::finish(const std::string& call, const Answer& answer)
 {
     std::string line = call + " = " + std::to_string(answer.result);
     if (answer.errorNumber != 0) {
-        line += std::string{" "} + strerrorname_np(answer.errorNumber);
+        const char* name = strerrorname_np(answer.errorNumber);
+        line += " " + (name != nullptr ? std::string{name} : std::to_string(answer.errorNumber));
     }
     if (!answer.bytes.empty()) {
         line += " [" + hex(answer.bytes.data(), answer.bytes.size()) + "]";

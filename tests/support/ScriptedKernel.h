@@ -82,6 +82,7 @@ std::string hex(const void* bytes, size_t size);
 struct Counts {
     int levelChecks = 0;      ///< A logger asked whether a level is enabled; each time errno is left at nonsense.
     int allocations = 0;      ///< Calls of operator new.
+    int blocks = 0;           ///< Those less the calls of operator delete.
     int scopesFormatted = 0;  ///< Calls of dbglog_scopedFunction().
 };
 Counts& counts();
