@@ -98,16 +98,14 @@ bool Spi::write(const ByteArray& data)
 
 ByteArray Spi::writeRead(const ByteArray& data, size_t len)
 {
-    ByteArray result(std::max(data.size(), len));
-
-    ByteArray padded;
-    if (len > data.size()) {
-        padded.resize(len);
+    if (data.size() < len) {
+        ByteArray padded(len);
         std::copy(data.begin(), data.end(), padded.begin());
+        return Spi::writeRead(padded, len);
     }
-    const ByteArray& sent = padded.empty() ? data : padded;
 
-    const int ret = transfer(fd, sent.data(), result.data(), result.size(), speedHz);
+    ByteArray result(data.size());
+    const int ret = transfer(fd, data.data(), result.data(), result.size(), speedHz);
     if (ret < 1) {
         LOG(ERROR, "SPI can't send/read message. ret:" << ret);
     }
