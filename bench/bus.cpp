@@ -93,10 +93,16 @@ static void addI2c(Operations& operations, int fd, size_t size)
     add(operations, "I2C readRegister", size, "serialComm",
         [=] { return chip.readRegister(chipRegister, size).size() == size; });
 
-    add(operations, "I2C writeRegister", size, "bare", [=, message = ByteArray(1 + size)]() mutable {
+    const auto send = [=](uint8_t* message) {
         message[0] = chipRegister;
         memcpy(&message[1], data.data(), size);
-        return wrote(fd, message.data(), message.size());
+        return wrote(fd, message, 1 + size);
+    };
+    add(operations, "I2C writeRegister", size, "bare",
+        [=, message = ByteArray(1 + size)]() mutable { return send(message.data()); });
+    add(operations, "I2C writeRegister", size, "fresh vector", [=] {
+        ByteArray message(1 + size);
+        return send(message.data());
     });
     add(operations, "I2C writeRegister", size, "serialComm", [=] { return chip.writeRegister(chipRegister, data); });
 }

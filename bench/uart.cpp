@@ -3,7 +3,23 @@
 
 #include "serialComm/Uart.h"
 
+#include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
+
+/// What a program does by hand to use a tty, from open to close.
+static bool openAndClose(const char* path)
+{
+    const int fd = ::open(path, O_RDWR | O_NOCTTY);
+    struct termios saved {
+    };
+    struct termios attributes {
+    };
+    attributes.c_cflag = B115200 | CS8 | CREAD | CLOCAL;
+    attributes.c_cc[VTIME] = 5;
+    return ::tcgetattr(fd, &saved) == 0 && ::tcflush(fd, TCIOFLUSH) == 0 && ::tcsetattr(fd, TCSANOW, &attributes) == 0 &&
+           ::tcsetattr(fd, TCSANOW, &saved) == 0 && ::close(fd) == 0;
+}
 
 void addOperations(Operations& operations)
 {
@@ -14,6 +30,9 @@ void addOperations(Operations& operations)
         exit(EXIT_FAILURE);
     }
     const int fd = bareLine.descriptor();
+
+    add(operations, "UART init", 0, "bare", [] { return openAndClose(bareLine.path()); });
+    add(operations, "UART init", 0, "serialComm", [] { return Uart{line.path(), 115200, 1, "none", true}.init(); });
 
     for (const size_t size : {1, 16, 256, 4095}) {
         const ByteArray data(size, 'U');
