@@ -1,0 +1,97 @@
+#include "CommandLine.h"
+
+#include "Failure.h"
+#include "Grammar.h"
+#include "Help.h"
+#include "Output.h"
+#include "Suggest.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+namespace
+{
+
+/// Lives as long as the command does: what it runs refers to it.
+struct Request {
+    CLI::App app;
+    Arguments arguments;
+};
+
+std::vector<std::string> optionNames(const CLI::App& verb)
+{
+    std::vector<std::string> names;
+    for (const CLI::Option* option : verb.get_options({})) {
+        for (const std::string& name : option->get_lnames())
+            names.push_back("--" + name);
+    }
+    return names;
+}
+
+std::string didYouMean(const std::string& word, const std::vector<std::string>& known)
+{
+    const std::string name = suggestion(word, known);
+    return name.empty() ? "" : "; did you mean " + name + "?";
+}
+
+/// The verb that the first words name. Where they name none, the Failure says what was probably meant.
+const CLI::App& verbOf(const CLI::App& app, const std::vector<std::string>& words, std::string& path)
+{
+    const CLI::App* verb = &app;
+    for (const std::string& word : words) {
+        std::vector<std::string> names;
+        for (const CLI::App* below : verb->get_subcommands({}))
+            names.push_back(below->get_name());
+        if (names.empty() || word.empty() || word[0] == '-')
+            break;
+        path += (path.empty() ? "" : " ") + word;
+        if (std::find(names.begin(), names.end(), word) == names.end())
+            throw Failure{WrongCommandLine, path + ": unknown" + didYouMean(word, names)};
+        verb = verb->get_subcommand(word);
+    }
+    return *verb;
+}
+
+}  // namespace
+
+Command parseCommandLine(const std::vector<std::string>& words)
+{
+    const auto request = std::make_shared<Request>();
+    CLI::App& app = request->app;
+    Arguments& arguments = request->arguments;
+    addVerbs(app, arguments);
+
+    std::string path;
+    const CLI::App& verb = verbOf(app, words, path);
+    const std::string who = path + (path.empty() ? "" : ": ");
+    const std::string help = "serialcomm " + path + (path.empty() ? "" : " ") + "--help";
+    try {
+        std::vector<std::string> reversed;
+        std::transform(words.rbegin(), words.rend(), std::back_inserter(reversed), marked);
+        app.parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        return {0, {}, [request] { print(request->app.help()); }};
+    } catch (const CLI::CallForVersion& version) {
+        return {0, {}, [text = std::string{version.what()}] { printLine(text); }};
+    } catch (const CLI::ExtrasError&) {
+        const std::vector<std::string> extra = app.remaining(true);
+        const std::string word = extra.empty() ? "" : unmarked(extra.front());
+        const bool option = !word.empty() && word[0] == '-';
+        throw Failure{WrongCommandLine,
+                      who + word +
+                          (option ? ": unknown" + didYouMean(word.substr(0, word.find('=')), optionNames(verb))
+                                  : ": one argument too many"),
+                      help};
+    } catch (const CLI::ArgumentMismatch& error) {
+        const std::string text = error.what();
+        throw Failure{WrongCommandLine, who + text.substr(0, text.find(':')) + " needs a value", help};
+    } catch (const CLI::ParseError& error) {
+        throw Failure{WrongCommandLine, who + error.what(), help};
+    }
+    if (!arguments.run)
+        return {0, {}, [request, &verb] { print(verbList(verb)); }};
+    return {arguments.common.verbosity, arguments.logConfig, [request] { request->arguments.run(); }};
+}
