@@ -90,8 +90,8 @@ void ScriptedKernel::finish(const std::string& call, const Answer& answer)
         const char* name = strerrorname_np(answer.errorNumber);
         line += " " + (name != nullptr ? std::string{name} : std::to_string(answer.errorNumber));
     }
-    if (!answer.bytes.empty()) {
-        line += " [" + hex(answer.bytes.data(), answer.bytes.size()) + "]";
+    if (const size_t size = answer.bytes.size(); size != 0) {
+        line += " [" + (size <= 16 ? hex(answer.bytes.data(), size) : std::to_string(size) + " bytes") + "]";
     }
     add(line);
     errno = answer.errorNumber != 0 ? answer.errorNumber : nonsense;
@@ -107,8 +107,13 @@ std::string ScriptedKernel::memory(const void* address, size_t size) const
 
 void ScriptedKernel::logged(const std::string& line, const std::string& file, const std::string& function)
 {
-    const bool expected = file == expectedFile && function == expectedFunction;
-    add(expected || expectedFile.empty() ? line : line + " (from " + file + ", " + function + ")");
+    std::string shown = line;
+    const std::string scope = " SerialComm/" + function + ":";
+    if (const size_t at = shown.find(scope); at != std::string::npos) {
+        shown.replace(at, scope.size(), ":");
+    }
+    const bool expected = expectedFile.empty() || (file == expectedFile && function == expectedFunction);
+    add(expected ? shown : shown + " (from " + file + ", " + function + ")");
 }
 
 WillingKernel::WillingKernel()

@@ -46,7 +46,8 @@ public:
     ScriptedKernel& operator=(const ScriptedKernel&) = delete;
     ~ScriptedKernel();
 
-    /// Log lines from anywhere else show it: "(from FILE, FUNCTION)".
+    /// Log lines from anywhere else show it: "(from FILE, FUNCTION)". In Enter and Leave lines the host's text for the
+    /// function that logs is left out.
     void expectLinesFrom(std::string file, std::string function);
 
     /// Memory at this address is shown as "caller's": a copy of it is not.
