@@ -35,7 +35,7 @@ std::string names(const std::vector<Node>& nodes, const std::string& prefix)
 {
     std::string text;
     for (const Node& node : nodes)
-        text += (text.empty() ? "" : ", ") + node.path.substr(prefix.size());
+        text.append(text.empty() ? "" : ", ").append(node.path.substr(prefix.size()));
     return text;
 }
 
@@ -149,12 +149,12 @@ Failure openFailure(const std::string& path, int error, const NodeKind& kind)
     };
     if (stat(path.c_str(), &node) != 0) {
         if (errno != ENOENT && errno != ENOTDIR)
-            return {CannotOpen, path + ": " + strerror(errno)};
-        return {
-            CannotOpen,
-            path + ": no such device; " +
-                (kind.present.empty() ? "no " + kind.others : kind.others + ": " + names(kind.present, kind.prefix)),
-            kind.missingHint};
+            Failure failure{CannotOpen, path + ": no such device; ", kind.missingHint};
+        if (kind.present.empty())
+            failure.message.append("no ").append(kind.others);
+        else
+            failure.message.append(kind.others).append(": ").append(names(kind.present, kind.prefix));
+        return failure;
     }
     if (euidaccess(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES)
         return permissionDenied(path);
