@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -39,7 +40,8 @@ std::string zeros(size_t count)
 void tell(const std::string& file, const std::string& line)
 {
     const int fd = open(file.c_str(), O_WRONLY);
-    EXPECT_EQ(static_cast<ssize_t>(line.size()), write(fd, line.data(), line.size())) << file << ": " << strerror(errno);
+    EXPECT_EQ(static_cast<ssize_t>(line.size()), write(fd, line.data(), line.size()))
+        << file << ": " << strerror(errno);
     close(fd);
 }
 
@@ -54,10 +56,20 @@ std::string outputOf(const std::string& command)
     return output;
 }
 
-void awaitNode(const std::string& path, bool there)
+void await(const std::string& what, const std::function<bool()>& isTrue)
 {
-    for (int tries = 0; (access(path.c_str(), F_OK) == 0) != there; ++tries) {
-        ASSERT_LT(tries, 500) << path;
+    for (int tries = 0; !isTrue(); ++tries) {
+        ASSERT_LT(tries, 1000) << "not within 10 s: " << what;
         std::this_thread::sleep_for(std::chrono::milliseconds{10});
     }
+}
+
+bool exists(const std::string& path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+bool hostAnswers()
+{
+    return getenv("UART_PEER") != nullptr;
 }

@@ -42,5 +42,10 @@ void tell(const std::string& file, const std::string& line);
 /// What a command prints.
 std::string outputOf(const std::string& command);
 
-/// Waits until a node is there, or gone; fails the test after a while.
-void awaitNode(const std::string& path, bool there);
+/// Fails the test when it has not come true after 10 s.
+void await(const std::string& what, const std::function<bool()>& isTrue);
+
+bool exists(const std::string& path);
+
+/// Whether the host sends back what comes out of the UART, as tests/board/run has it.
+bool hostAnswers();
