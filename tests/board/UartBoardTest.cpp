@@ -22,7 +22,7 @@ static std::string seenByAnotherProgram()
 
 TEST_F(UartOnBoard, InitSetsThePortAndTheDestructorRestoresIt)
 {
-    outputOf("stty -F /dev/ttymxc0 9600 sane cs7 parenb min 1 time 0");
+    outputOf("stty -F /dev/ttymxc0 9600 sane cs7 parenb hupcl min 1 time 0");
     const std::string before = seenByAnotherProgram();
     struct termios found {
     };
@@ -52,7 +52,7 @@ TEST_F(UartOnBoard, InitSetsThePortAndTheDestructorRestoresIt)
              "tcsetattr(7, TCSANOW, {cflag 0x1bf2, VTIME 5, speeds 4098 4098}) = 0\n"
              "ptsname(7) = NULL\n"
              "returned true\n"
-             "tcsetattr(7, TCSANOW, {cflag 0x9ad, VTIME 0, speeds 13 13, and more}) = 0\n"
+             "tcsetattr(7, TCSANOW, {cflag 0xdad, VTIME 0, speeds 13 13, and more}) = 0\n"
              "close(7) = 0\n"},
     });
     EXPECT_EQ(0U, during.find("0:0:1bf2:0:0:0:0:0:0:5:0:")) << during;

@@ -110,7 +110,7 @@ TEST_F(Unplugged, AnI2cBusGoesOnUntilItsLastDescriptorIsClosed)
 
 TEST_F(Unplugged, AUartReadsAsEmptyAtOnceAndSaysEioOtherwise)
 {
-    outputOf("stty -F /dev/ttymxc0 9600 sane cs7 parenb min 1 time 0");
+    outputOf("stty -F /dev/ttymxc0 9600 sane cs7 parenb hupcl min 1 time 0");
     std::optional<Uart> uart{std::in_place, "/dev/ttymxc0", 115200, 1, "none", true};
     ASSERT_TRUE(opened(*uart));
     serial.unbind();
@@ -131,7 +131,7 @@ TEST_F(Unplugged, AUartReadsAsEmptyAtOnceAndSaysEioOtherwise)
          "ERROR Uart write failed: 5\n"
          "returned false\n"},
         {"the end", [&](ScriptedKernel&) { uart.reset(); },
-         "tcsetattr(7, TCSANOW, {cflag 0x9ad, VTIME 0, speeds 13 13, and more}) = -1 EIO\n"
+         "tcsetattr(7, TCSANOW, {cflag 0xdad, VTIME 0, speeds 13 13, and more}) = -1 EIO\n"
          "close(7) = 0\n"},
         {"init",
          [&](ScriptedKernel& kernel) {
