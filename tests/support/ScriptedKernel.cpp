@@ -23,14 +23,14 @@
 static thread_local ScriptedKernel* active = nullptr;
 static thread_local bool willing = false;
 
-ScriptedKernel::ScriptedKernel(Script answersToGive) : script(std::move(answersToGive))
+ScriptedKernel::ScriptedKernel(Script answersToGive) : script(std::move(answersToGive)), outer(active)
 {
     active = this;
 }
 
 ScriptedKernel::~ScriptedKernel()
 {
-    active = nullptr;
+    active = outer;
     EXPECT_EQ(script.size(), used) << "answers were left over after:\n" << text;
 }
 
@@ -89,6 +89,18 @@ Answer ScriptedKernel::next(const std::string& call)
     return script[used++];
 }
 
+static std::string describe(const struct termios& attributes);
+
+static std::string stored(const ByteArray& bytes)
+{
+    struct termios attributes;
+    if (bytes.size() != sizeof attributes) {
+        return hex(bytes.data(), bytes.size());
+    }
+    memcpy(&attributes, bytes.data(), sizeof attributes);
+    return describe(attributes);
+}
+
 void ScriptedKernel::finish(const std::string& call, const Answer& answer)
 {
     std::string line = call + " = " + std::to_string(answer.result);
@@ -96,8 +108,8 @@ void ScriptedKernel::finish(const std::string& call, const Answer& answer)
         const char* name = strerrorname_np(answer.errorNumber);
         line += " " + (name != nullptr ? std::string{name} : std::to_string(answer.errorNumber));
     }
-    if (const size_t size = answer.bytes.size(); size != 0) {
-        line += " [" + (size <= 16 ? hex(answer.bytes.data(), size) : std::to_string(size) + " bytes") + "]";
+    if (!answer.bytes.empty()) {
+        line += " [" + stored(answer.bytes) + "]";
     }
     add(line);
     errno = answer.errorNumber != 0 ? answer.errorNumber : nonsense;
@@ -134,10 +146,15 @@ WillingKernel::~WillingKernel()
 
 std::string hex(const void* bytes, size_t size)
 {
+    const auto* first = static_cast<const uint8_t*>(bytes);
     std::ostringstream text;
+    if (size > 16 && std::equal(first, first + size - 1, first + 1)) {
+        text << size << "*";
+        size = 1;
+    }
     text << std::hex << std::setfill('0');
     for (size_t i = 0; i < size; ++i) {
-        text << (i == 0 ? "" : " ") << std::setw(2) << int{static_cast<const uint8_t*>(bytes)[i]};
+        text << (i == 0 ? "" : " ") << std::setw(2) << int{first[i]};
     }
     return text.str();
 }

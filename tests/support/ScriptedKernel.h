@@ -75,6 +75,7 @@ private:
     std::string expectedFile;
     std::string expectedFunction;
     const void* caller = nullptr;
+    ScriptedKernel* outer;  // answers again after this one
 };
 
 /// The same with the kernel itself answering, in the same words: descriptors that open() gives are 7, or the next ones.
@@ -94,7 +95,7 @@ public:
     ~WillingKernel();
 };
 
-/// "19 80"
+/// "19 80"; more than 16 equal ones as "17*00"
 std::string hex(const void* bytes, size_t size);
 
 /// What this thread did, counted.
