@@ -25,8 +25,9 @@ int main()
     const struct {
         const char* name;
         log4cplus::LogLevel level;
-    } logs[] = {
-        {"OFF", log4cplus::OFF_LOG_LEVEL}, {"ERROR", log4cplus::ERROR_LOG_LEVEL}, {"TRACE", log4cplus::TRACE_LOG_LEVEL}};
+    } logs[] = {{"OFF", log4cplus::OFF_LOG_LEVEL},
+                {"ERROR", log4cplus::ERROR_LOG_LEVEL},
+                {"TRACE", log4cplus::TRACE_LOG_LEVEL}};
 
     root.setLogLevel(log4cplus::OFF_LOG_LEVEL);
     const Operations operations = allOperations();
@@ -36,7 +37,7 @@ int main()
             if (operation->contestant != "serialComm" && log.level != log4cplus::OFF_LOG_LEVEL) {
                 continue;
             }
-            runOnce(*operation);  // binds symbols and warms the heap
+            runOnce(*operation);   // binds symbols and warms the heap
             CALLGRIND_DUMP_STATS;  // zeroes all counts, which CALLGRIND_ZERO_STATS does not
             for (int i = 0; i < repetitions; ++i) {
                 runOnce(*operation);
