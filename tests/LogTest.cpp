@@ -103,3 +103,24 @@ TEST(Log, ThresholdsDecideLineByLine)
         EXPECT_EQ(row.timeline, lines);
     }
 }
+
+TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
+{
+    const WillingKernel kernel;
+    I2c i2c{"/dev/i2c-4", 0x48};
+    Spi spi{"/dev/spidev2.0", 500000, 0};
+    Uart uart{"/dev/ttyS1", 9600, 1, "none", true};
+    ASSERT_TRUE(i2c.init() && spi.init() && uart.init());
+    const ByteArray data(16);
+
+    recordLog(log4cplus::ERROR_LOG_LEVEL);
+    const int before = counts().blocks;
+    size_t done = 0;
+    for (int i = 0; i < 1000000; ++i) {
+        done += i2c.write(data) && i2c.writeRegister(1, data) && spi.write(data) && uart.write(data) ? 4 : 0;
+        done += i2c.read(16).size() + i2c.writeRead(data, 16).size() + i2c.readRegister(1, 16).size();
+        done += spi.read(16).size() + spi.writeRead({1, 2}, 16).size() + uart.read(16).size();
+    }
+    EXPECT_EQ(1000000U * (4 + 6 * 16), done);
+    EXPECT_EQ(before, counts().blocks);
+}

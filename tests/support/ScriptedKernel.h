@@ -75,6 +75,16 @@ private:
     const void* caller = nullptr;
 };
 
+/// While it lives, each system call of this thread does all it was asked to, and nothing is kept.
+class WillingKernel
+{
+public:
+    WillingKernel();
+    WillingKernel(const WillingKernel&) = delete;
+    WillingKernel& operator=(const WillingKernel&) = delete;
+    ~WillingKernel();
+};
+
 /// "19 80"
 std::string hex(const void* bytes, size_t size);
 
