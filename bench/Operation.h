@@ -69,12 +69,5 @@ void addOperations(Operations& operations);
 /// The same by other libraries, in programs that link them.
 [[gnu::weak]] void addPeers(Operations& operations);
 
-inline Operations allOperations()
-{
-    Operations operations;
-    addOperations(operations);
-    if (addPeers != nullptr) {
-        addPeers(operations);
-    }
-    return operations;
-}
+/// All of these, and one named "empty", which does nothing: what measuring itself costs.
+Operations allOperations();

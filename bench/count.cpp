@@ -12,7 +12,9 @@ static const int repetitions = 100;
 static void runOnce(Operation& operation)
 {
     operation.before(1);
+    CALLGRIND_TOGGLE_COLLECT;
     operation.run();
+    CALLGRIND_TOGGLE_COLLECT;
     operation.after(1);
 }
 
@@ -42,7 +44,7 @@ int main()
             for (int i = 0; i < repetitions; ++i) {
                 runOnce(*operation);
             }
-            const std::string label = operation->label() + "/" + log.name;
+            const std::string label = operation->label() + "/" + log.name + "/" + std::to_string(repetitions);
             CALLGRIND_DUMP_STATS_AT(label.c_str());
         }
     }
