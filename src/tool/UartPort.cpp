@@ -29,10 +29,11 @@ using std::chrono::steady_clock;
 constexpr size_t burstSize = 4096;
 constexpr milliseconds pauseAfterBurst{50};
 constexpr milliseconds tick{20};
+constexpr milliseconds boundToRead{5000};
 
 NodeKind portKind()
 {
-    return {"a serial port", 0, "ports here", serialPorts(), "serialcomm list uart"};
+    return {"a serial port", "/dev/", 0, "ports here", serialPorts(), "serialcomm list uart"};
 }
 
 bool isMultiplexer(const std::string& path)
@@ -64,7 +65,10 @@ std::vector<Node> serialPorts()
         // Newer kernels put two devices of their own, with the driver "port", between the tty and the hardware.
         const bool direct = linkTarget(device + "/driver") != "port";
         const std::string driver = linkTarget(device + (direct ? "/driver" : "/../../driver"));
-        ports.push_back({"/dev/" + name, product.empty() ? driver : product + " (" + driver + ")"});
+        std::string what = product.empty() ? driver : product;
+        if (!product.empty())
+            what.append(" (").append(driver).append(")");
+        ports.push_back({"/dev/" + name, what});
     }
     return ports;
 }
@@ -74,18 +78,14 @@ std::string Line::settings() const
     return lineSettings(baudRate, parity, stopBits);
 }
 
-PortGone::PortGone(const std::string& path)
-    : Failure{TransferFailed, path + " is gone: unplugged, or closed at the other side"}
-{
-}
-
 Port::Port(const Line& settings) : line(settings), uart(line.path, line.baudRate, line.stopBits, line.parity, true)
 {
     const bool isPty = isMultiplexer(line.path);
     if (!isPty)
         openTty();
-    if (!uart.init()) {
-        const auto error = takeLibraryError();
+    const bool open = uart.init();
+    const auto error = takeLibraryError();
+    if (!open || error) {
         if (own >= 0)
             close(own);
         throw Failure{CannotOpen, line.path + ": " + (error ? error->message : "could not be opened")};
@@ -106,15 +106,15 @@ Port::~Port()
 void Port::openTty()
 {
     own = open(line.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (own < 0)
-        throw openFailure(line.path, errno, portKind());
+    if (own < 0) {
+        const int error = errno;
+        throw openFailure(line.path, error, portKind());
+    }
     try {
         if (isatty(own) != 1)
             throw Failure{CannotOpen, line.path + " is not a serial port"};
-        if (flock(own, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-            const std::string user = otherUser(line.path);
-            throw Failure{CannotOpen, line.path + " is in use by " + (user.empty() ? "another program" : user)};
-        }
+        if (flock(own, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+            throw Failure{CannotOpen, line.path + " is in use by " + otherUser(line.path)};
     } catch (...) {
         close(own);
         throw;
@@ -141,11 +141,12 @@ void Port::findMaster()
 
 void Port::waitForPeer()
 {
+    if (slaveName.empty())
+        return;
     struct pollfd master = {own, 0, 0};
-    while (!slaveName.empty() && poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
+    while (poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
         pause(tick);
-    if (!slaveName.empty())
-        pause(milliseconds{100});  // who opens a port sets it up first, and that drops what is waiting there
+    pause(milliseconds{100});  // who opens a port sets it up first, and that drops what is waiting there
 }
 
 Port::Ready Port::wait(std::optional<milliseconds> most, int other)
@@ -163,7 +164,6 @@ Port::Ready Port::wait(std::optional<milliseconds> most, int other)
         // A master without a peer is hung up all the time: look at it now and then.
         struct pollfd ports[] = {{masterAlone ? -1 : own, POLLIN, 0}, {other, POLLIN, 0}};
         poll(ports, 2, static_cast<int>(masterAlone ? tick.count() : left.count()));
-        masterAlone = false;
         if ((ports[0].revents & POLLIN) != 0)
             return Ready::Bytes;
         if (ports[1].revents != 0)
@@ -180,9 +180,9 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
         bool failed = false;
         ByteArray bytes = uart.read(std::min(most, burstSize), &failed);
         const auto error = takeLibraryError();
-        throwIfSignalled();
         if (!bytes.empty())
             return bytes;
+        throwIfSignalled();
         if (failed && !slaveName.empty() && error && error->error == EIO)
             continue;  // the other side has just closed; somebody else may open it
         if (failed && error && error->error != EIO)
@@ -219,13 +219,32 @@ void Port::send(const ByteArray& bytes)
     throwIfSignalled();
     const bool sent = uart.write(bytes);
     const auto error = takeLibraryError();
-    if (!sent) {
+    if (!sent || error) {
         throwIfSignalled();
         if (error && error->error == EIO)
             throw PortGone{line.path};
         throw Failure{TransferFailed, line.path + ": " + (error ? error->message : "write failed")};
     }
     drain(bytes.size());
+}
+
+void Port::waitUntilRead()
+{
+    if (slaveName.empty())
+        return;
+    const auto start = steady_clock::now();
+    const int peer = open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    int unread = 0;
+    do {
+        poll(nullptr, 0, static_cast<int>(tick.count()));
+    } while (peer >= 0 && ioctl(peer, FIONREAD, &unread) == 0 && unread > 0 && !signalled() &&
+             steady_clock::now() - start < boundToRead);
+    if (peer >= 0)
+        close(peer);
+    throwIfSignalled();
+    if (unread > 0)
+        throw Failure{TransferFailed,
+                      line.path + ": " + std::to_string(unread) + " bytes were not read at the other side"};
 }
 
 int Port::waiting() const

@@ -28,14 +28,17 @@ std::vector<Node> serialPorts();
 
 /// The port was unplugged, or the other side of the pseudo-terminal closed.
 struct PortGone : Failure {
-    explicit PortGone(const std::string& path);
+    explicit PortGone(const std::string& path)
+        : Failure{TransferFailed, path + " is gone: unplugged, or closed at the other side", {}}
+    {
+    }
 };
 
 class Port
 {
 public:
     /// Opens the port, or throws a Failure with the cause.
-    explicit Port(const Line& line);
+    explicit Port(const Line& settings);
     ~Port();
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
@@ -59,6 +62,9 @@ public:
 
     /// Sends the bytes and waits, not for ever, until they are out.
     void send(const ByteArray& bytes);
+
+    /// On a pseudo-terminal: waits, not for ever, until the other side has read what was sent. Closing drops it.
+    void waitUntilRead();
 
 private:
     void openTty();

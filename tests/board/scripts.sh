@@ -128,6 +128,9 @@ wait $interrupted
 [ $? -eq 130 ] || fail "interrupted: another exit status"
 expect "after an interrupted program" 0 "0" "" run sh -c 'ps | grep -c "[s]leep 61"; true'
 
+scripts/board run sh -c 'while echo again; true; do sleep 0.05; done' 2>"$scratch/err" | head -n 1 >"$scratch/out"
+expect "after one whose listener left" 0 "0" "" run sh -c 'sleep 1; ps | grep -c "[e]cho again"; true'
+
 # What ends a board, and that the other one lives on.
 state=build/board/run/$one
 qemu=$(cat "$state/pid") socat=$(cat "$state/uart.pid")
