@@ -35,7 +35,7 @@ std::string names(const std::vector<Node>& nodes, const std::string& prefix)
 {
     std::string text;
     for (const Node& node : nodes)
-        text += (text.empty() ? "" : ", ") + node.path.substr(prefix.size());
+        text.append(text.empty() ? "" : ", ").append(node.path.substr(prefix.size()));
     return text;
 }
 
@@ -118,11 +118,11 @@ std::string otherUser(const std::string& path)
     for (const std::string& process : namesBelow("/proc", "")) {
         if (!node || !isProcessNumber(process) || process == std::to_string(getpid()))
             continue;
-        const std::string descriptors = "/proc/" + process + "/fd";
-        for (const std::string& descriptor : namesBelow(descriptors, "")) {
-            const auto open = statusOf(descriptors + '/' + descriptor);
+        const std::string folder = "/proc/" + process;
+        for (const std::string& descriptor : namesBelow(folder + "/fd", "")) {
+            const auto open = statusOf(std::string{folder}.append("/fd/").append(descriptor));
             if (open && S_ISCHR(open->st_mode) && open->st_rdev == node->st_rdev)
-                return firstLine("/proc/" + process + "/comm") + " (process " + process + ")";
+                return firstLine(folder + "/comm").append(" (process ").append(process).append(")");
         }
     }
     return "another program";
@@ -150,11 +150,12 @@ Failure openFailure(const std::string& path, int error, const NodeKind& kind)
     if (stat(path.c_str(), &node) != 0) {
         if (errno != ENOENT && errno != ENOTDIR)
             return {CannotOpen, path + ": " + strerror(errno)};
-        return {
-            CannotOpen,
-            path + ": no such device; " +
-                (kind.present.empty() ? "no " + kind.others : kind.others + ": " + names(kind.present, kind.prefix)),
-            kind.missingHint};
+        Failure failure{CannotOpen, path + ": no such device; ", kind.missingHint};
+        if (kind.present.empty())
+            failure.message.append("no ").append(kind.others);
+        else
+            failure.message.append(kind.others).append(": ").append(names(kind.present, kind.prefix));
+        return failure;
     }
     if (euidaccess(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES)
         return permissionDenied(path);

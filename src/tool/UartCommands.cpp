@@ -173,7 +173,7 @@ void uartEcho(const Common& common, const UartArguments& arguments)
     announceSlave(common, port);
     for (;;) {
         const ByteArray bytes = receive(port, common, arguments, SIZE_MAX, {});
-        port.send(bytes);
         show(bytes, common, arguments);
+        port.send(bytes);
     }
 }

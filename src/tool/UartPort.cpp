@@ -43,6 +43,11 @@ bool isMultiplexer(const std::string& path)
     return stat(path.c_str(), &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == makedev(5, 2);
 }
 
+PortGone goneAt(const std::string& path)
+{
+    return {{TransferFailed, path + " is gone: unplugged, or closed at the other side"}};
+}
+
 /// A signal ends it early.
 void pause(milliseconds time)
 {
@@ -169,7 +174,7 @@ Port::Ready Port::wait(std::optional<milliseconds> most, int other)
         if (ports[1].revents != 0)
             return Ready::Other;
         if (ports[0].revents != 0 && slaveName.empty())
-            throw PortGone{line.path};
+            throw goneAt(line.path);
         masterAlone = ports[0].revents != 0;
     }
 }
@@ -190,7 +195,7 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
         // Readable and yet empty, at once: hung up. Otherwise somebody else took the bytes.
         struct pollfd port = {own, POLLIN, 0};
         if (failed || (poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0))
-            throw PortGone{line.path};
+            throw goneAt(line.path);
     }
     return {};
 }
@@ -222,7 +227,7 @@ void Port::send(const ByteArray& bytes)
     if (!sent || error) {
         throwIfSignalled();
         if (error && error->error == EIO)
-            throw PortGone{line.path};
+            throw goneAt(line.path);
         throw Failure{TransferFailed, line.path + ": " + (error ? error->message : "write failed")};
     }
     drain(bytes.size());

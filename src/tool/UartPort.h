@@ -28,10 +28,6 @@ std::vector<Node> serialPorts();
 
 /// The port was unplugged, or the other side of the pseudo-terminal closed.
 struct PortGone : Failure {
-    explicit PortGone(const std::string& path)
-        : Failure{TransferFailed, path + " is gone: unplugged, or closed at the other side", {}}
-    {
-    }
 };
 
 class Port

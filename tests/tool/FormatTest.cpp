@@ -11,7 +11,7 @@
 namespace
 {
 
-Bytes upTo(size_t size)
+Bytes countingUp(size_t size)
 {
     Bytes bytes(size);
     std::iota(bytes.begin(), bytes.end(), uint8_t{0});
@@ -21,10 +21,10 @@ Bytes upTo(size_t size)
 TEST(Format, BytesAreSixteenALineAndCanBePastedBack)
 {
     EXPECT_EQ("", hexLines({}));
-    EXPECT_EQ("00\n", hexLines(upTo(1)));
-    EXPECT_EQ("00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n", hexLines(upTo(16)));
-    EXPECT_EQ("00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n10\n", hexLines(upTo(17)));
-    EXPECT_EQ(upTo(256), parseBytes({hexLines(upTo(256))}));
+    EXPECT_EQ("00\n", hexLines(countingUp(1)));
+    EXPECT_EQ("00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n", hexLines(countingUp(16)));
+    EXPECT_EQ("00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f\n10\n", hexLines(countingUp(17)));
+    EXPECT_EQ(countingUp(256), parseBytes({hexLines(countingUp(256))}));
 }
 
 TEST(Format, DumpShowsWhatDidNotAnswerAndTheText)
@@ -61,7 +61,7 @@ TEST(Format, TrafficIsInTheKernelsNotation)
     EXPECT_EQ("S 48 R [2] P", i2cReadTraffic(0x48, 2));
     EXPECT_EQ("S 48 W 00 Sr 48 R [2] P", i2cWriteReadTraffic(0x48, {0}, 2));
     EXPECT_EQ("S 50 W 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f ... (17 bytes) P",
-              i2cWriteTraffic(0x50, upTo(17)));
+              i2cWriteTraffic(0x50, countingUp(17)));
     EXPECT_EQ("MOSI 9f 00 x 3\nMISO -- x 1 [3]\nmode 0x0b, 10000000 Hz", spiTraffic({0x9f}, 3, 1, 3, 0x0b, 10000000));
     EXPECT_EQ("MOSI 06\nMISO -- x 1\nmode 0x00, 500000 Hz", spiTraffic({6}, 0, 1, 0, 0, 500000));
     EXPECT_EQ("MOSI 00 x 4\nMISO [4]\nmode 0x00, 500000 Hz", spiTraffic({}, 4, 0, 4, 0, 500000));

@@ -222,7 +222,7 @@ TEST(Values, AnUnknownWordGetsTheOneThatWasMeant)
     };
     expectOutcomes({{"detect", "scan"},
                     {"sacn", "scan"},
-                    {"raed", "read"},
+                    {"reed", "read"},
                     {"tranfser", "transfer"},
                     {"send", "write"},
                     {"--sped", "--speed"},
