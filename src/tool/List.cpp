@@ -1,0 +1,2 @@
+#include "List.h"
+void list(const Common&, const std::string&) {}

@@ -1,0 +1,63 @@
+#include "Signals.h"
+
+#include "Failure.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace
+{
+
+volatile sig_atomic_t caught = 0;
+timer_t again;
+
+/// A signal may come just before a system call that then blocks: SIGALRM follows it up until the program has ended.
+extern "C" void note(int number)
+{
+    if (number == SIGALRM)
+        return;
+    caught = number;
+    const struct itimerspec tenth = {{0, 100'000'000}, {0, 100'000'000}};
+    timer_settime(again, 0, &tenth, nullptr);
+}
+
+}  // namespace
+
+void fillStandardDescriptors()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY) != fd)
+            std::abort();
+    }
+}
+
+void noteSignals()
+{
+    timer_create(CLOCK_MONOTONIC, nullptr, &again);  // no record of the event wanted: SIGALRM
+
+    struct sigaction action {
+    };
+    action.sa_handler = note;  // without SA_RESTART: system calls end with EINTR
+    sigfillset(&action.sa_mask);
+    for (const int number : {SIGINT, SIGTERM, SIGQUIT, SIGALRM})
+        sigaction(number, &action, nullptr);
+
+    struct sigaction hangup {
+    };
+    sigaction(SIGHUP, nullptr, &hangup);
+    if (hangup.sa_handler != SIG_IGN)  // started by nohup
+        sigaction(SIGHUP, &action, nullptr);
+
+    action.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &action, nullptr);
+}
+
+void throwIfSignalled()
+{
+    if (caught != 0)
+        throw Interrupted{caught};
+}

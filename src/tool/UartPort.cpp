@@ -1,0 +1,239 @@
+#include "UartPort.h"
+
+#include "Format.h"
+#include "Hints.h"
+#include "LibraryLog.h"
+#include "Signals.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <thread>
+
+namespace
+{
+
+using std::chrono::steady_clock;
+
+constexpr size_t burstSize = 4096;
+constexpr milliseconds pauseAfterBurst{50};
+constexpr milliseconds tick{20};
+
+NodeKind portKind()
+{
+    return {"a serial port", 0, "ports here", serialPorts(), "serialcomm list uart"};
+}
+
+bool isMultiplexer(const std::string& path)
+{
+    struct stat status {
+    };
+    return stat(path.c_str(), &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == makedev(5, 2);
+}
+
+/// A signal ends it early.
+void pause(milliseconds time)
+{
+    poll(nullptr, 0, static_cast<int>(time.count()));
+    throwIfSignalled();
+}
+
+}  // namespace
+
+std::vector<std::string> serialPorts()
+{
+    std::vector<std::string> ports;
+    for (const std::string& name : namesBelow("/sys/class/tty", "")) {
+        const std::string entry = "/sys/class/tty/" + name;
+        // A port that the driver for PC ports keeps in reserve has the type 0.
+        if (access((entry + "/device").c_str(), F_OK) == 0 && firstLine(entry + "/type") != "0")
+            ports.push_back(name);
+    }
+    return ports;
+}
+
+std::string Line::settings() const
+{
+    return lineSettings(baudRate, parity, stopBits);
+}
+
+PortGone::PortGone(const std::string& path)
+    : Failure{TransferFailed, path + " is gone: unplugged, or closed at the other side"}
+{
+}
+
+Port::Port(const Line& settings) : line(settings), uart(line.path, line.baudRate, line.stopBits, line.parity, true)
+{
+    const bool isPty = isMultiplexer(line.path);
+    if (!isPty)
+        openTty();
+    if (!uart.init()) {
+        const auto error = takeLibraryError();
+        if (own >= 0)
+            close(own);
+        throw Failure{CannotOpen, line.path + ": " + (error ? error->message : "could not be opened")};
+    }
+    if (isPty)
+        findMaster();
+}
+
+Port::~Port()
+{
+    if (waiting() > 0)  // closing would wait for them, up to half a minute
+        tcflush(own, TCOFLUSH);
+    // The library puts the line settings back after this.
+    if (own >= 0)
+        close(own);
+}
+
+void Port::openTty()
+{
+    own = open(line.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (own < 0)
+        throw openFailure(line.path, errno, portKind());
+    try {
+        if (isatty(own) != 1)
+            throw Failure{CannotOpen, line.path + " is not a serial port"};
+        if (flock(own, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            const std::string user = otherUser(line.path);
+            throw Failure{CannotOpen, line.path + " is in use by " + (user.empty() ? "another program" : user)};
+        }
+    } catch (...) {
+        close(own);
+        throw;
+    }
+}
+
+void Port::findMaster()
+{
+    slaveName = announcedSlave();
+    for (const std::string& number : namesBelow("/proc/self/fd", "")) {
+        const int fd = std::stoi(number);
+        std::array<char, 64> name{};
+        if (ptsname_r(fd, name.data(), name.size()) == 0 && slaveName == name.data()) {
+            own = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+            break;
+        }
+    }
+    // Once the slave was open and is closed again, the master is hung up until somebody opens it.
+    const int peer = open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (own < 0 || peer < 0)
+        throw Failure{CannotOpen, slaveName + ": " + strerror(errno)};
+    close(peer);
+}
+
+void Port::waitForPeer()
+{
+    struct pollfd master = {own, 0, 0};
+    while (!slaveName.empty() && poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
+        pause(tick);
+    if (!slaveName.empty())
+        pause(milliseconds{100});  // who opens a port sets it up first, and that drops what is waiting there
+}
+
+bool Port::waitForBytes(std::optional<milliseconds> wait)
+{
+    const auto start = steady_clock::now();
+    for (;;) {
+        throwIfSignalled();
+        auto left = milliseconds{3600'000};
+        if (wait)
+            left = *wait - std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+        if (left.count() < 0)
+            return false;
+
+        struct pollfd port = {own, POLLIN, 0};
+        poll(&port, 1, static_cast<int>(left.count()));
+        if ((port.revents & POLLIN) != 0)
+            return true;
+        if ((port.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
+            if (slaveName.empty())
+                throw PortGone{line.path};
+            pause(tick);
+        }
+    }
+}
+
+ByteArray Port::receive(size_t most, std::optional<milliseconds> wait)
+{
+    while (waitForBytes(wait)) {
+        bool failed = false;
+        ByteArray bytes = uart.read(std::min(most, burstSize), &failed);
+        const auto error = takeLibraryError();
+        throwIfSignalled();
+        if (!bytes.empty())
+            return bytes;
+        if (failed && !slaveName.empty() && error && error->error == EIO)
+            continue;  // the other side has just closed; somebody else may open it
+        if (failed && error && error->error != EIO)
+            throw Failure{TransferFailed, line.path + ": " + error->message};
+        // Readable and yet empty, at once: hung up. Otherwise somebody else took the bytes.
+        struct pollfd port = {own, POLLIN, 0};
+        if (failed || (poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0))
+            throw PortGone{line.path};
+    }
+    return {};
+}
+
+ByteArray Port::receiveBurst(size_t most, std::optional<milliseconds> wait)
+{
+    ByteArray burst = receive(most, wait);
+    const size_t end = std::min(most, burstSize);
+    try {
+        while (!burst.empty() && burst.size() < end) {
+            const ByteArray more = receive(end - burst.size(), pauseAfterBurst);
+            if (more.empty())
+                break;
+            burst.insert(burst.end(), more.begin(), more.end());
+        }
+    } catch (const PortGone&) {
+        return burst;  // the next call says so again
+    } catch (const Interrupted&) {
+        return burst;
+    }
+    return burst;
+}
+
+void Port::send(const ByteArray& bytes)
+{
+    throwIfSignalled();
+    const bool sent = uart.write(bytes);
+    const auto error = takeLibraryError();
+    if (!sent) {
+        throwIfSignalled();
+        if (error && error->error == EIO)
+            throw PortGone{line.path};
+        throw Failure{TransferFailed, line.path + ": " + (error ? error->message : "write failed")};
+    }
+    drain(bytes.size());
+}
+
+int Port::waiting() const
+{
+    int count = 0;
+    return own >= 0 && ioctl(own, TIOCOUTQ, &count) == 0 ? count : 0;
+}
+
+void Port::drain(size_t sent)
+{
+    const auto bound = milliseconds{2000 + sent * 11 * 1000 / static_cast<size_t>(line.baudRate)};
+    const auto start = steady_clock::now();
+    while (waiting() > 0) {
+        if (steady_clock::now() - start > bound)
+            throw Failure{TransferFailed,
+                          line.path + ": " + std::to_string(waiting()) + " bytes did not go out at " + line.settings()};
+        pause(milliseconds{2});
+    }
+    tcdrain(own);  // what is left is in the chip's own buffer, a few bytes
+}

@@ -1,0 +1,71 @@
+// An open serial port: the library's Uart carries the bytes; a descriptor beside it serves what is not traffic
+// (waiting, the lock, the drain).
+#pragma once
+
+#include "Failure.h"
+
+#include <serialComm/Uart.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+using std::chrono::milliseconds;
+
+struct Line {
+    std::string path;
+    int baudRate;
+    std::string parity;
+    int stopBits;
+
+    std::string settings() const;
+};
+
+/// The names of the ports that have hardware behind them.
+std::vector<std::string> serialPorts();
+
+/// The port was unplugged, or the other side of the pseudo-terminal closed.
+struct PortGone : Failure {
+    explicit PortGone(const std::string& path);
+};
+
+class Port
+{
+public:
+    /// Opens the port, or throws a Failure with the cause.
+    explicit Port(const Line& line);
+    ~Port();
+    Port(const Port&) = delete;
+    Port& operator=(const Port&) = delete;
+
+    /// The name of a pseudo-terminal's slave; empty on a tty.
+    const std::string& slave() const { return slaveName; }
+
+    /// Readable or hung up, for poll().
+    int descriptor() const { return own; }
+
+    /// On a pseudo-terminal: waits until somebody has opened the slave.
+    void waitForPeer();
+
+    /// Waits for bytes, at most as long as told, and receives what is there; empty after silence. Throws PortGone.
+    ByteArray receive(size_t most, std::optional<milliseconds> wait);
+
+    /// The same, and what follows without a pause.
+    ByteArray receiveBurst(size_t most, std::optional<milliseconds> wait);
+
+    /// Sends the bytes and waits, not for ever, until they are out.
+    void send(const ByteArray& bytes);
+
+private:
+    void openTty();
+    void findMaster();
+    bool waitForBytes(std::optional<milliseconds> wait);
+    void drain(size_t sent);
+    int waiting() const;
+
+    Line line;
+    std::string slaveName;
+    int own = -1;
+    Uart uart;
+};

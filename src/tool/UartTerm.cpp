@@ -1,0 +1,2 @@
+#include "UartCommands.h"
+void uartTerm(const Common&, const UartArguments&) {}
