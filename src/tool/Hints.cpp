@@ -31,11 +31,11 @@ std::optional<struct stat> statusOf(const std::string& path)
     return status;
 }
 
-std::string joined(const std::vector<std::string>& words)
+std::string names(const std::vector<Node>& nodes)
 {
     std::string text;
-    for (const std::string& word : words)
-        text += (text.empty() ? "" : ", ") + word;
+    for (const Node& node : nodes)
+        text += (text.empty() ? "" : ", ") + node.path.substr(node.path.rfind('/') + 1);
     return text;
 }
 
@@ -151,7 +151,7 @@ Failure openFailure(const std::string& path, int error, const NodeKind& kind)
             return {CannotOpen, path + ": " + strerror(errno)};
         return {CannotOpen,
                 path + ": no such device; " +
-                    (kind.present.empty() ? "no " + kind.others : kind.others + ": " + joined(kind.present)),
+                    (kind.present.empty() ? "no " + kind.others : kind.others + ": " + names(kind.present)),
                 kind.missingHint};
     }
     if (euidaccess(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES)

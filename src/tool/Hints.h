@@ -18,12 +18,18 @@ std::string linkTarget(const std::string& path);
 /// "picocom (process 4711)" for another process that has the node open, or nothing.
 std::string otherUser(const std::string& path);
 
+/// A device node that is here, and what is behind it.
+struct Node {
+    std::string path;
+    std::string what;
+};
+
 struct NodeKind {
-    std::string name;                  ///< "an I2C bus"
-    unsigned int majorNumber;          ///< of its nodes; 0 when there are several
-    std::string others;                ///< "buses here"
-    std::vector<std::string> present;  ///< those others
-    std::string missingHint;           ///< what to try when there is no such node
+    std::string name;           ///< "an I2C bus"
+    unsigned int majorNumber;   ///< of its nodes; 0 when there are several
+    std::string others;         ///< "buses here"
+    std::vector<Node> present;  ///< those others
+    std::string missingHint;    ///< what to try when there is no such node
 };
 
 /// A node that could not be opened: missing, forbidden, of another kind, busy, or else what `error` says.

@@ -2,107 +2,18 @@
 
 #include "Failure.h"
 #include "Format.h"
-#include "Hints.h"
-#include "LibraryLog.h"
+#include "I2cChip.h"
 #include "Output.h"
-#include "Signals.h"
 #include "Values.h"
 
 #include <nlohmann/json.hpp>
-#include <serialComm/I2c.h>
 
-#include <fcntl.h>
-#include <linux/i2c-dev.h>
-#include <linux/i2c.h>
-#include <linux/major.h>
-#include <string.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include <algorithm>
 
 namespace
 {
 
-constexpr unsigned int i2cMajor = 89;
-constexpr size_t driverLimit = 8192;  // i2c-dev, in one message
 constexpr auto message = "an I2C message";
-
-NodeKind busKind()
-{
-    std::vector<std::string> numbers = namesBelow("/dev", "i2c-");
-    return {"an I2C bus", i2cMajor, "buses here", numbers,
-            "modprobe i2c-dev, if the bus exists in /sys/bus/i2c/devices"};
-}
-
-/// "4-0068": the chip's name in sysfs.
-std::string deviceName(const std::string& path, int address)
-{
-    return std::to_string(minorNumber(path, i2cMajor)) + "-" +
-           hexNumber(static_cast<unsigned int>(address), 4).substr(2);
-}
-
-std::string driverOf(const std::string& path, int address)
-{
-    return linkTarget("/sys/bus/i2c/devices/" + deviceName(path, address) + "/driver");
-}
-
-Failure initFailure(const std::string& path, int address, int error)
-{
-    if (error == EBUSY) {
-        const std::string driver = driverOf(path, address);
-        const std::string device = deviceName(path, address);
-        return {CannotOpen,
-                hexNumber(static_cast<unsigned int>(address)) + " on " + path + " is in use by " +
-                    (driver.empty() ? "a kernel driver" : "the kernel driver " + driver),
-                "read it below /sys/bus/i2c/devices/" + device +
-                    (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind")};
-    }
-    return openFailure(path, error, busKind());
-}
-
-/// One chip on a bus, opened by the library. Each call ends in bytes or in a Failure with its cause.
-class Chip
-{
-public:
-    Chip(const std::string& bus, int chipAddress) : path(bus), address(chipAddress), chip(path, address)
-    {
-        const bool open = chip.init();
-        const auto error = takeLibraryError();
-        if (!open)
-            throw initFailure(path, address, error ? error->error : 0);
-    }
-
-    template <typename Call>
-    auto operator()(size_t longestMessage, Call call)
-    {
-        throwIfSignalled();
-        auto result = call(chip);
-        if (const auto error = takeLibraryError())
-            throw failure(longestMessage, *error);
-        return result;
-    }
-
-private:
-    Failure failure(size_t longestMessage, const LibraryError& error) const
-    {
-        throwIfSignalled();
-        if (longestMessage > driverLimit)
-            return {TransferFailed, path + ": " + std::to_string(longestMessage) +
-                                        " bytes in one message, i2c-dev takes " + std::to_string(driverLimit)};
-        for (const int noAnswer : {ENXIO, EREMOTEIO, ETIMEDOUT, EIO}) {
-            if (error.error == noAnswer)
-                return {TransferFailed,
-                        "no answer from " + hexNumber(static_cast<unsigned int>(address)) + " on " + path,
-                        "serialcomm i2c scan " + path};
-        }
-        return {TransferFailed, path + ": " + error.message};
-    }
-
-    std::string path;
-    int address;
-    I2c chip;
-};
 
 Bytes outgoing(const I2cArguments& arguments)
 {
@@ -211,5 +122,66 @@ void i2cTransfer(const Common& common, const I2cArguments& given)
          path);
 }
 
-void i2cScan(const Common&, const I2cArguments&) {}
-void i2cDump(const Common&, const I2cArguments&) {}
+namespace
+{
+
+Row dumpedRow(Chip& chip, unsigned int firstRegister, Progress& progress)
+{
+    Row row;
+    for (size_t i = 0; i < row.size(); ++i) {
+        const auto reg = static_cast<uint8_t>(firstRegister + i);
+        progress.show("reading register " + hexNumber(reg));
+        row[i] = chip.registerValue(reg);
+    }
+    return row;
+}
+
+nlohmann::ordered_json valuesOf(const Row& row)
+{
+    nlohmann::ordered_json values;
+    for (const auto& value : row)
+        values.push_back(value ? nlohmann::ordered_json(*value) : nullptr);
+    return values;
+}
+
+}  // namespace
+
+void i2cDump(const Common& common, const I2cArguments& arguments)
+{
+    const std::string path = i2cPath(arguments.bus);
+    const int address = parseAddress(arguments.address);
+    std::string plan;
+    for (unsigned int reg = 0; reg < 256; ++reg)
+        plan += (reg == 0 ? "" : "\n") + i2cWriteReadTraffic(address, {static_cast<uint8_t>(reg)}, 1);
+    if (showTraffic(common, plan))
+        return;
+
+    Chip chip{path, address};
+    const bool asTable = !common.json && !arguments.raw;
+    if (asTable)
+        printLine(dumpHeader());
+    Bytes values;
+    Progress progress;
+    for (unsigned int firstRegister = 0; firstRegister < 256; firstRegister += 16) {
+        const Row row = dumpedRow(chip, firstRegister, progress);
+        progress.wipe();
+        for (const auto& value : row) {
+            if (value)
+                values.push_back(*value);
+        }
+        if (asTable)
+            printLine(dumpRow(firstRegister, row));
+        if (common.json)
+            printJson({{"device", path},
+                       {"address", arguments.address},
+                       {"register", hexNumber(firstRegister)},
+                       {"bytes", valuesOf(row)}});
+    }
+    if (values.empty())
+        throw chip.noAnswer();
+    if (arguments.raw && values.size() < 256)
+        throw Failure{TransferFailed, std::to_string(256 - values.size()) + " registers of " + arguments.address +
+                                          " on " + path + " did not answer: no bytes to stand for them"};
+    if (arguments.raw)
+        printBytes(values);
+}

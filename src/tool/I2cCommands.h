@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common.h"
+#include "Hints.h"
 
 #include <string>
 #include <vector>
@@ -24,10 +25,5 @@ void i2cRead(const Common& common, const I2cArguments& arguments);
 void i2cWrite(const Common& common, const I2cArguments& arguments);
 void i2cTransfer(const Common& common, const I2cArguments& arguments);
 
-struct I2cBus {
-    std::string path;
-    std::string adapter;
-};
-
 /// The buses that have a node.
-std::vector<I2cBus> i2cBuses();
+std::vector<Node> i2cBuses();

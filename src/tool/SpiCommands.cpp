@@ -28,7 +28,7 @@ constexpr auto transfer = "an SPI transfer";
 
 NodeKind spidevKind()
 {
-    return {"a spidev node", spidevMajor, "spidev nodes here", namesBelow("/dev", "spidev"),
+    return {"a spidev node", spidevMajor, "spidev nodes here", spidevNodes(),
             "bind the spidev driver: the device tree names a chip for it, or driver_override in /sys/bus/spi/devices"};
 }
 
@@ -131,6 +131,14 @@ void show(const Bytes& bytes, const Common& common, const SpiArguments& argument
 }
 
 }  // namespace
+
+std::vector<Node> spidevNodes()
+{
+    std::vector<Node> nodes;
+    for (const std::string& number : namesBelow("/dev", "spidev"))
+        nodes.push_back({"/dev/spidev" + number, firstLine("/sys/bus/spi/devices/spi" + number + "/modalias")});
+    return nodes;
+}
 
 void spiInfo(const Common& common, const SpiArguments& arguments)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common.h"
+#include "Hints.h"
 
 #include <string>
 #include <vector>
@@ -19,3 +20,6 @@ void spiInfo(const Common& common, const SpiArguments& arguments);
 void spiRead(const Common& common, const SpiArguments& arguments);
 void spiWrite(const Common& common, const SpiArguments& arguments);
 void spiTransfer(const Common& common, const SpiArguments& arguments);
+
+/// The nodes that spidev made.
+std::vector<Node> spidevNodes();

@@ -14,13 +14,6 @@
 namespace
 {
 
-Line lineOf(const UartArguments& arguments)
-{
-    checkParity(arguments.parity);
-    return {uartPath(arguments.port), parseBaudRate(arguments.baudRate), arguments.parity,
-            parseStopBits(arguments.stopBits)};
-}
-
 /// "-" and --hex go out as they are, text with the line end after it.
 Bytes outgoing(const UartArguments& arguments)
 {
@@ -42,16 +35,6 @@ Bytes outgoing(const UartArguments& arguments)
 std::string traffic(const Bytes& bytes, const Line& line)
 {
     return (bytes.empty() ? "" : shortHex(bytes) + "  ") + line.settings();
-}
-
-void announceSlave(const Common& common, const Port& port)
-{
-    if (port.slave().empty())
-        return;
-    if (common.json)
-        printJson({{"slave", port.slave()}});
-    else
-        printLine(port.slave());
 }
 
 ByteArray receive(Port& port, const Common& common, const UartArguments& arguments, size_t most,
@@ -85,6 +68,23 @@ std::optional<milliseconds> timeoutOf(const UartArguments& arguments)
 }
 
 }  // namespace
+
+Line lineOf(const UartArguments& arguments)
+{
+    checkParity(arguments.parity);
+    return {uartPath(arguments.port), parseBaudRate(arguments.baudRate), arguments.parity,
+            parseStopBits(arguments.stopBits)};
+}
+
+void announceSlave(const Common& common, const Port& port)
+{
+    if (port.slave().empty())
+        return;
+    if (common.json)
+        printJson({{"slave", port.slave()}});
+    else
+        printLine(port.slave());
+}
 
 void uartRead(const Common& common, const UartArguments& arguments)
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common.h"
+#include "UartPort.h"
 
 #include <string>
 #include <vector>
@@ -21,6 +22,11 @@ struct UartArguments {
     bool localEcho = false;
     bool times = false;
 };
+
+Line lineOf(const UartArguments& arguments);
+
+/// Prints the name of a pseudo-terminal's slave; nothing on a tty.
+void announceSlave(const Common& common, const Port& port);
 
 void uartRead(const Common& common, const UartArguments& arguments);
 void uartWrite(const Common& common, const UartArguments& arguments);

@@ -51,14 +51,20 @@ void pause(milliseconds time)
 
 }  // namespace
 
-std::vector<std::string> serialPorts()
+std::vector<Node> serialPorts()
 {
-    std::vector<std::string> ports;
+    std::vector<Node> ports;
     for (const std::string& name : namesBelow("/sys/class/tty", "")) {
-        const std::string entry = "/sys/class/tty/" + name;
+        const std::string device = "/sys/class/tty/" + name + "/device";
         // A port that the driver for PC ports keeps in reserve has the type 0.
-        if (access((entry + "/device").c_str(), F_OK) == 0 && firstLine(entry + "/type") != "0")
-            ports.push_back(name);
+        if (access(device.c_str(), F_OK) != 0 || firstLine("/sys/class/tty/" + name + "/type") == "0")
+            continue;
+        // On USB the product's name stands at the device above the interface.
+        const std::string product = firstLine(device + "/../product") + firstLine(device + "/../../product");
+        // Newer kernels put two devices of their own, with the driver "port", between the tty and the hardware.
+        const bool direct = linkTarget(device + "/driver") != "port";
+        const std::string driver = linkTarget(device + (direct ? "/driver" : "/../../driver"));
+        ports.push_back({"/dev/" + name, product.empty() ? driver : product + " (" + driver + ")"});
     }
     return ports;
 }
@@ -142,32 +148,35 @@ void Port::waitForPeer()
         pause(milliseconds{100});  // who opens a port sets it up first, and that drops what is waiting there
 }
 
-bool Port::waitForBytes(std::optional<milliseconds> wait)
+Port::Ready Port::wait(std::optional<milliseconds> most, int other)
 {
     const auto start = steady_clock::now();
+    bool masterAlone = false;
     for (;;) {
         throwIfSignalled();
-        auto left = milliseconds{3600'000};
-        if (wait)
-            left = *wait - std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+        milliseconds left{3600'000};
+        if (most)
+            left = *most - std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
         if (left.count() < 0)
-            return false;
+            return Ready::Silence;
 
-        struct pollfd port = {own, POLLIN, 0};
-        poll(&port, 1, static_cast<int>(left.count()));
-        if ((port.revents & POLLIN) != 0)
-            return true;
-        if ((port.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0) {
-            if (slaveName.empty())
-                throw PortGone{line.path};
-            pause(tick);
-        }
+        // A master without a peer is hung up all the time: look at it now and then.
+        struct pollfd ports[] = {{masterAlone ? -1 : own, POLLIN, 0}, {other, POLLIN, 0}};
+        poll(ports, 2, static_cast<int>(masterAlone ? tick.count() : left.count()));
+        masterAlone = false;
+        if ((ports[0].revents & POLLIN) != 0)
+            return Ready::Bytes;
+        if (ports[1].revents != 0)
+            return Ready::Other;
+        if (ports[0].revents != 0 && slaveName.empty())
+            throw PortGone{line.path};
+        masterAlone = ports[0].revents != 0;
     }
 }
 
-ByteArray Port::receive(size_t most, std::optional<milliseconds> wait)
+ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
 {
-    while (waitForBytes(wait)) {
+    while (wait(silence) == Ready::Bytes) {
         bool failed = false;
         ByteArray bytes = uart.read(std::min(most, burstSize), &failed);
         const auto error = takeLibraryError();
@@ -186,9 +195,9 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> wait)
     return {};
 }
 
-ByteArray Port::receiveBurst(size_t most, std::optional<milliseconds> wait)
+ByteArray Port::receiveBurst(size_t most, std::optional<milliseconds> silence)
 {
-    ByteArray burst = receive(most, wait);
+    ByteArray burst = receive(most, silence);
     const size_t end = std::min(most, burstSize);
     try {
         while (!burst.empty() && burst.size() < end) {

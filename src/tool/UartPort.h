@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Failure.h"
+#include "Hints.h"
 
 #include <serialComm/Uart.h>
 
@@ -22,8 +23,8 @@ struct Line {
     std::string settings() const;
 };
 
-/// The names of the ports that have hardware behind them.
-std::vector<std::string> serialPorts();
+/// The ports that have hardware behind them.
+std::vector<Node> serialPorts();
 
 /// The port was unplugged, or the other side of the pseudo-terminal closed.
 struct PortGone : Failure {
@@ -42,17 +43,19 @@ public:
     /// The name of a pseudo-terminal's slave; empty on a tty.
     const std::string& slave() const { return slaveName; }
 
-    /// Readable or hung up, for poll().
-    int descriptor() const { return own; }
-
     /// On a pseudo-terminal: waits until somebody has opened the slave.
     void waitForPeer();
 
-    /// Waits for bytes, at most as long as told, and receives what is there; empty after silence. Throws PortGone.
-    ByteArray receive(size_t most, std::optional<milliseconds> wait);
+    enum class Ready { Silence, Bytes, Other };
+
+    /// Waits until there are bytes, or until another descriptor can be read. Throws PortGone.
+    Ready wait(std::optional<milliseconds> most, int other = -1);
+
+    /// Receives what is there, as soon as there is something; empty after that much silence. Throws PortGone.
+    ByteArray receive(size_t most, std::optional<milliseconds> silence);
 
     /// The same, and what follows without a pause.
-    ByteArray receiveBurst(size_t most, std::optional<milliseconds> wait);
+    ByteArray receiveBurst(size_t most, std::optional<milliseconds> silence);
 
     /// Sends the bytes and waits, not for ever, until they are out.
     void send(const ByteArray& bytes);
@@ -60,7 +63,6 @@ public:
 private:
     void openTty();
     void findMaster();
-    bool waitForBytes(std::optional<milliseconds> wait);
     void drain(size_t sent);
     int waiting() const;
 

@@ -1,0 +1,385 @@
+// Against the kernel itself: pseudo-terminals, files and nodes that any machine has.
+#include "serialComm/I2c.h"
+#include "serialComm/Spi.h"
+#include "serialComm/Uart.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <string.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <log4cplus/appender.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <chrono>
+#include <fstream>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+using std::chrono::steady_clock;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::IsEmpty;
+using testing::Lt;
+using testing::StartsWith;
+
+/// Keeps the lines of all threads.
+class LineAppender : public log4cplus::Appender
+{
+public:
+    ~LineAppender() override { destructorImpl(); }
+    void close() override { closed = true; }
+
+    std::vector<std::string> take()
+    {
+        const std::lock_guard<std::mutex> guard{mutex};
+        return std::exchange(lines, {});
+    }
+
+protected:
+    void append(const log4cplus::spi::InternalLoggingEvent& event) override
+    {
+        const std::lock_guard<std::mutex> guard{mutex};
+        lines.push_back(log4cplus::getLogLevelManager().toString(event.getLogLevel()) + " " + event.getMessage());
+    }
+
+private:
+    std::mutex mutex;
+    std::vector<std::string> lines;
+};
+
+class RealKernel : public testing::Test
+{
+protected:
+    RealKernel()
+    {
+        log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
+        logger.removeAllAppenders();
+        logger.addAppender(appender);
+        logger.setAdditivity(false);
+        logger.setLogLevel(log4cplus::INFO_LOG_LEVEL);
+    }
+
+    std::vector<std::string> lines() { return static_cast<LineAppender&>(*appender).take(); }
+
+    /// Makes a pseudo-terminal and gives its slave's name, as a user finds it: in the log.
+    std::string slaveOf(Uart& master)
+    {
+        EXPECT_TRUE(master.init());
+        const std::vector<std::string> log = lines();
+        EXPECT_THAT(log, ElementsAre(StartsWith("INFO UART slave pts: /dev/pts/")));
+        return log.empty() ? "" : log[0].substr(strlen("INFO UART slave pts: "));
+    }
+
+private:
+    log4cplus::SharedAppenderPtr appender{new LineAppender};
+};
+
+static Uart newPseudoTerminal()
+{
+    return {"/dev/ptmx", 115200, 1, "none", true};
+}
+
+static ByteArray bytes(const std::string& text)
+{
+    return {text.begin(), text.end()};
+}
+
+static size_t openDescriptors()
+{
+    size_t count = 0;
+    DIR* directory = opendir("/proc/self/fd");
+    while (readdir(directory) != nullptr) {
+        ++count;
+    }
+    closedir(directory);
+    return count;
+}
+
+static long residentPages()
+{
+    std::ifstream statm{"/proc/self/statm"};
+    long size = 0;
+    long resident = 0;
+    statm >> size >> resident;
+    return resident;
+}
+
+TEST_F(RealKernel, MasterAndSlaveTalkBothWays)
+{
+    Uart master = newPseudoTerminal();
+    Uart slave{slaveOf(master), 9600, 2, "even", true};
+    ASSERT_TRUE(slave.init());
+
+    ByteArray every(256);
+    for (size_t i = 0; i < every.size(); ++i) {
+        every[i] = static_cast<uint8_t>(i);
+    }
+    bool error = true;
+    EXPECT_TRUE(master.write(every));
+    EXPECT_EQ(every, slave.read(1000, &error)) << "raw: no byte is translated";
+    EXPECT_FALSE(error);
+    EXPECT_TRUE(slave.write(every));
+    EXPECT_EQ(every, master.read(256));
+
+    EXPECT_TRUE(master.write(bytes("0123456789")));
+    EXPECT_EQ(bytes("0123"), slave.read(4));
+    EXPECT_EQ(bytes("456789"), slave.read(64));
+    EXPECT_THAT(lines(), IsEmpty());
+}
+
+TEST_F(RealKernel, ABlockingReadWaitsHalfASecond)
+{
+    Uart master = newPseudoTerminal();
+    Uart slave{slaveOf(master), 9600, 1, "none", true};
+    ASSERT_TRUE(slave.init());
+
+    bool error = true;
+    const steady_clock::time_point start = steady_clock::now();
+    EXPECT_EQ(ByteArray{}, slave.read(64, &error));
+    const std::chrono::duration<double> waited = steady_clock::now() - start;
+    EXPECT_THAT(waited.count(), AllOf(Ge(0.49), Lt(2.0)));
+    EXPECT_FALSE(error);
+    EXPECT_THAT(lines(), IsEmpty());
+}
+
+TEST_F(RealKernel, ANonBlockingPortSaysEagain)
+{
+    Uart master{"/dev/ptmx", 115200, 1, "none", false};
+    Uart slave{slaveOf(master), 115200, 1, "none", false};
+    ASSERT_TRUE(slave.init());
+
+    bool error = false;
+    EXPECT_EQ(ByteArray{}, slave.read(64, &error));
+    EXPECT_TRUE(error);
+    EXPECT_FALSE(master.write(ByteArray(1 << 20))) << "more than the queue takes";
+    EXPECT_FALSE(master.write(ByteArray(1 << 20)));
+    EXPECT_THAT(lines(), ElementsAre("ERROR Uart read failed: 11", StartsWith("ERROR Uart write failed: "),
+                                     "ERROR Uart write failed: 11"));
+}
+
+TEST_F(RealKernel, TheOtherSideGoesAway)
+{
+    std::optional<Uart> master;
+    master.emplace("/dev/ptmx", 115200, 1, "none", true);
+    {
+        Uart slave{slaveOf(*master), 115200, 1, "none", true};
+        ASSERT_TRUE(slave.init());
+    }
+    bool error = false;
+    EXPECT_EQ(ByteArray{}, master->read(64, &error));
+    EXPECT_TRUE(error);
+    EXPECT_THAT(lines(), ElementsAre("ERROR Uart read failed: 5"));
+
+    Uart slave{slaveOf(*master), 115200, 1, "none", true};
+    ASSERT_TRUE(slave.init());
+    master.reset();
+    EXPECT_EQ(ByteArray{}, slave.read(64, &error)) << "a hung-up tty reads as empty";
+    EXPECT_FALSE(error);
+    EXPECT_FALSE(slave.write(bytes("x")));
+    EXPECT_THAT(lines(), ElementsAre("ERROR Uart write failed: 5"));
+}
+
+TEST_F(RealKernel, AttributesAreRestoredAsASecondDescriptorSees)
+{
+    Uart master = newPseudoTerminal();
+    const std::string name = slaveOf(master);
+    const int second = open(name.c_str(), O_RDWR | O_NOCTTY);
+    struct termios before {
+    };
+    struct termios during {
+    };
+    struct termios after {
+    };
+    ASSERT_EQ(0, tcgetattr(second, &before));
+    before.c_lflag = ECHO | ICANON;
+    before.c_iflag = ICRNL;
+    ASSERT_EQ(0, tcsetattr(second, TCSANOW, &before));
+    ASSERT_EQ(0, tcgetattr(second, &before));
+    {
+        Uart slave{name, 19200, 2, "none", true};
+        ASSERT_TRUE(slave.init());
+        ASSERT_EQ(0, tcgetattr(second, &during));
+    }
+    ASSERT_EQ(0, tcgetattr(second, &after));
+    close(second);
+
+    EXPECT_EQ(0U, during.c_iflag | during.c_oflag | during.c_lflag);
+    EXPECT_EQ(unsigned{B19200 | CSTOPB | CS8 | CREAD | CLOCAL}, during.c_cflag);
+    EXPECT_EQ(speed_t{B19200}, cfgetispeed(&during));
+    EXPECT_EQ(5, during.c_cc[VTIME]);
+    EXPECT_EQ(0, during.c_cc[VMIN]);
+    EXPECT_EQ(0, memcmp(&before, &after, sizeof before));
+}
+
+TEST_F(RealKernel, WhatIsNoSerialPortIsClosedInTheEnd)
+{
+    const size_t before = openDescriptors();
+    {
+        char file[] = "/tmp/serialComm-test-XXXXXX";
+        const int created = mkstemp(file);
+        Uart ordinary{file, 9600, 1, "none", true};
+        EXPECT_FALSE(ordinary.init());
+        EXPECT_TRUE(ordinary.write(bytes("open all the same")));
+        EXPECT_EQ(before + 2, openDescriptors());
+        close(created);
+        unlink(file);
+    }
+    EXPECT_EQ(before, openDescriptors());
+    EXPECT_THAT(lines(), ElementsAre("ERROR Cannot clear terminal attributes", "ERROR Failed to set new attributes"));
+
+    Uart missing{"/dev/no-such-port", 9600, 1, "none", true};
+    EXPECT_FALSE(missing.init());
+    EXPECT_EQ(ByteArray{}, missing.read(4));
+    EXPECT_FALSE(missing.write(bytes("x")));
+    I2c bus{"/dev/null", 0x48};
+    EXPECT_FALSE(bus.init());
+    Spi chip{"/dev/no-such-node", 1000, 0};
+    EXPECT_FALSE(chip.init());
+    EXPECT_EQ(ByteArray(3), chip.read(3));
+    EXPECT_EQ(before, openDescriptors());
+    EXPECT_THAT(lines(), ElementsAre("ERROR Cannot open serial device on path /dev/no-such-port",
+                                     "ERROR Uart read failed: closed", "ERROR Uart write failed: closed",
+                                     "ERROR ioctl failed", "ERROR Failed to open spi device: /dev/no-such-node",
+                                     "ERROR SPI can't read spi message. errno: 9"));
+}
+
+TEST_F(RealKernel, ASecondInitLeaksNoDescriptor)
+{
+    const size_t before = openDescriptors();
+    {
+        Uart master = newPseudoTerminal();
+        for (int i = 0; i < 100; ++i) {
+            ASSERT_TRUE(master.init());
+        }
+        EXPECT_EQ(before + 1, openDescriptors());
+    }
+    EXPECT_EQ(before, openDescriptors());
+}
+
+/// Has the signal handler, installed without SA_RESTART, run in this thread after a while.
+static std::thread interruptsThisThreadSoon()
+{
+    struct sigaction action {
+    };
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    return std::thread{[thread = pthread_self()] {
+        std::this_thread::sleep_for(std::chrono::milliseconds{100});
+        pthread_kill(thread, SIGUSR1);
+    }};
+}
+
+TEST_F(RealKernel, ASignalEndsACallAndNothingIsRetried)
+{
+    Uart master = newPseudoTerminal();
+    Uart slave{slaveOf(master), 115200, 1, "none", true};
+    ASSERT_TRUE(slave.init());
+    bool error = false;
+
+    for (Uart* port : {&master, &slave}) {
+        std::thread interrupter = interruptsThisThreadSoon();
+        EXPECT_EQ(ByteArray{}, port->read(64, &error));
+        EXPECT_TRUE(error);
+        interrupter.join();
+    }
+    EXPECT_THAT(lines(), ElementsAre("ERROR Uart read failed: 4", "ERROR Uart read failed: 4"));
+
+    // The first write fills the queue and is cut short; the second finds no room at all.
+    for (int i = 0; i < 2; ++i) {
+        std::thread interrupter = interruptsThisThreadSoon();
+        EXPECT_FALSE(slave.write(ByteArray(1 << 20)));
+        interrupter.join();
+    }
+    EXPECT_THAT(lines(), ElementsAre(StartsWith("ERROR Uart write failed: "), "ERROR Uart write failed: 4"));
+}
+
+TEST_F(RealKernel, AHundredThousandTransfersLeaveNothingBehind)
+{
+    Uart master = newPseudoTerminal();
+    Uart slave{slaveOf(master), 115200, 1, "none", true};
+    ASSERT_TRUE(slave.init());
+    const ByteArray sent(64, 0x55);
+    const auto transfers = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            ASSERT_TRUE(master.write(sent));
+            ASSERT_EQ(sent, slave.read(64));
+        }
+    };
+    transfers(1000);
+    const size_t descriptors = openDescriptors();
+    [[maybe_unused]] const long pages = residentPages();
+    transfers(100000);
+    EXPECT_EQ(descriptors, openDescriptors());
+#ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
+    EXPECT_LT(residentPages() - pages, 64);
+#endif
+}
+
+TEST_F(RealKernel, OfTwoThreadsOneReadsAndOneWrites)
+{
+    Uart master = newPseudoTerminal();
+    Uart slave{slaveOf(master), 115200, 1, "none", true};
+    ASSERT_TRUE(slave.init());
+
+    std::thread echo{[&slave] {
+        for (size_t received = 0; received < 64000;) {
+            const ByteArray part = slave.read(64);
+            ASSERT_TRUE(slave.write(part));
+            received += part.size();
+        }
+    }};
+    std::thread writer{[&master] {
+        for (size_t i = 0; i < 1000; ++i) {
+            ASSERT_TRUE(master.write(ByteArray(64, static_cast<uint8_t>(i))));
+        }
+    }};
+    ByteArray received;
+    while (received.size() < 64000) {
+        const ByteArray part = master.read(256);
+        received.insert(received.end(), part.begin(), part.end());
+    }
+    writer.join();
+    echo.join();
+    for (size_t i = 0; i < received.size(); ++i) {
+        ASSERT_EQ(static_cast<uint8_t>(i / 64), received[i]) << "byte " << i;
+    }
+    EXPECT_THAT(lines(), IsEmpty());
+}
+
+TEST_F(RealKernel, ObjectsInDifferentThreadsAreIndependent)
+{
+    Uart firstMaster = newPseudoTerminal();
+    Uart secondMaster = newPseudoTerminal();
+    const std::string firstSlave = slaveOf(firstMaster);
+    const std::string secondSlave = slaveOf(secondMaster);
+
+    const auto echoes = [](Uart& master, const std::string& slaveName) {
+        Uart slave{slaveName, 115200, 1, "none", true};
+        ASSERT_TRUE(slave.init());
+        for (int i = 0; i < 1000; ++i) {
+            const ByteArray sent(static_cast<size_t>(1 + i % 64), static_cast<uint8_t>(i));
+            ASSERT_TRUE(master.write(sent));
+            ASSERT_EQ(sent, slave.read(64));
+            Uart broken{"/dev/no-such-port", 115200, 1, "none", true};
+            ASSERT_FALSE(broken.init());
+        }
+    };
+    std::thread first{echoes, std::ref(firstMaster), firstSlave};
+    std::thread second{echoes, std::ref(secondMaster), secondSlave};
+    first.join();
+    second.join();
+    EXPECT_EQ(2000U, lines().size());
+}

@@ -1,0 +1,391 @@
+#include "ScriptedKernel.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+#include <linux/spi/spidev.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <exception>
+#include <iomanip>
+#include <sstream>
+
+static thread_local ScriptedKernel* active = nullptr;
+static thread_local bool willing = false;
+
+ScriptedKernel::ScriptedKernel(Script answersToGive) : script(std::move(answersToGive))
+{
+    active = this;
+}
+
+ScriptedKernel::~ScriptedKernel()
+{
+    active = nullptr;
+    EXPECT_EQ(script.size(), used) << "answers were left over after:\n" << text;
+}
+
+ScriptedKernel* ScriptedKernel::ofThisThread()
+{
+    return active;
+}
+
+void ScriptedKernel::expectLinesFrom(std::string file, std::string function)
+{
+    expectedFile = std::move(file);
+    expectedFunction = std::move(function);
+}
+
+void ScriptedKernel::callersBuffer(const ByteArray& buffer)
+{
+    caller = buffer.data();
+}
+
+void ScriptedKernel::add(const std::string& line)
+{
+    text += line + '\n';
+}
+
+void ScriptedKernel::returned(bool result)
+{
+    add(result ? "returned true" : "returned false");
+}
+
+void ScriptedKernel::returned(const ByteArray& result)
+{
+    add("returned [" + hex(result.data(), result.size()) + "]");
+}
+
+void ScriptedKernel::threw(const std::function<void()>& operation)
+{
+    try {
+        operation();
+        add("threw nothing");
+    } catch (const std::exception& exception) {
+        add(std::string{"threw "} + exception.what());
+    }
+}
+
+Answer ScriptedKernel::next(const std::string& call)
+{
+    if (used == script.size()) {
+        ADD_FAILURE() << "not in the script: " << call;
+        return fails(ENOSYS);
+    }
+    return script[used++];
+}
+
+void ScriptedKernel::finish(const std::string& call, const Answer& answer)
+{
+    std::string line = call + " = " + std::to_string(answer.result);
+    if (answer.errorNumber != 0) {
+        const char* name = strerrorname_np(answer.errorNumber);
+        line += " " + (name != nullptr ? std::string{name} : std::to_string(answer.errorNumber));
+    }
+    if (!answer.bytes.empty()) {
+        line += " [" + hex(answer.bytes.data(), answer.bytes.size()) + "]";
+    }
+    add(line);
+    errno = answer.errorNumber != 0 ? answer.errorNumber : nonsense;
+}
+
+std::string ScriptedKernel::memory(const void* address, size_t size) const
+{
+    if (address == nullptr) {
+        return "NULL";
+    }
+    return (address == caller ? "caller's [" : "[") + hex(address, size) + "]";
+}
+
+void ScriptedKernel::logged(const std::string& line, const std::string& file, const std::string& function)
+{
+    const bool expected = file == expectedFile && function == expectedFunction;
+    add(expected || expectedFile.empty() ? line : line + " (from " + file + ", " + function + ")");
+}
+
+WillingKernel::WillingKernel()
+{
+    willing = true;
+}
+
+WillingKernel::~WillingKernel()
+{
+    willing = false;
+}
+
+std::string hex(const void* bytes, size_t size)
+{
+    std::ostringstream text;
+    text << std::hex << std::setfill('0');
+    for (size_t i = 0; i < size; ++i) {
+        text << (i == 0 ? "" : " ") << std::setw(2) << int{static_cast<const uint8_t*>(bytes)[i]};
+    }
+    return text.str();
+}
+
+template <class Number>
+static std::string inHex(Number number)
+{
+    std::ostringstream text;
+    text << std::hex << "0x" << +number;
+    return text.str();
+}
+
+/// A record with the fields that were shown taken out: what is left must be zero, padding included.
+template <class Record>
+static std::string rest(const Record& record)
+{
+    const Record zero{};
+    return memcmp(&record, &zero, sizeof record) == 0 ? "}" : ", and more}";
+}
+
+static std::string describe(const struct spi_ioc_transfer& transfer, const ScriptedKernel& kernel)
+{
+    const auto pointer = [](uint64_t address) { return reinterpret_cast<const void*>(address); };
+    struct spi_ioc_transfer left = transfer;
+    left.tx_buf = left.rx_buf = left.len = left.speed_hz = left.bits_per_word = 0;
+    return "{tx " + kernel.memory(pointer(transfer.tx_buf), transfer.len) + ", rx " +
+           kernel.memory(pointer(transfer.rx_buf), transfer.len) + ", len " + std::to_string(transfer.len) + ", " +
+           std::to_string(transfer.speed_hz) + " Hz, " + std::to_string(transfer.bits_per_word) + " bits" + rest(left);
+}
+
+static std::string describe(const struct i2c_msg& message, const ScriptedKernel& kernel)
+{
+    return "{addr " + inHex(message.addr) + ", flags " + inHex(message.flags) + ", len " + std::to_string(message.len) +
+           ", " + kernel.memory(message.buf, message.len) + "}";
+}
+
+static std::string describe(const struct termios& attributes)
+{
+    struct termios left;
+    memcpy(&left, &attributes, sizeof left);
+    left.c_cflag = left.c_ispeed = left.c_ospeed = left.c_cc[VTIME] = 0;
+    return "{cflag " + inHex(attributes.c_cflag) + ", VTIME " + std::to_string(attributes.c_cc[VTIME]) + ", speeds " +
+           std::to_string(attributes.c_ispeed) + " " + std::to_string(attributes.c_ospeed) + rest(left);
+}
+
+static std::string describe(unsigned long request, void* argument, const ScriptedKernel& kernel)
+{
+    switch (request) {
+    case I2C_SLAVE:
+        return "I2C_SLAVE, " + inHex(reinterpret_cast<uintptr_t>(argument));
+    case I2C_RDWR: {
+        const auto& messages = *static_cast<struct i2c_rdwr_ioctl_data*>(argument);
+        std::string text = "I2C_RDWR";
+        for (uint32_t i = 0; i < messages.nmsgs; ++i) {
+            text += ", " + describe(messages.msgs[i], kernel);
+        }
+        return text;
+    }
+    case SPI_IOC_WR_MODE:
+        return "SPI_IOC_WR_MODE, " + kernel.memory(argument, 1);
+    case SPI_IOC_RD_MODE:
+        return "SPI_IOC_RD_MODE, " + kernel.memory(argument, 1);
+    case SPI_IOC_WR_MAX_SPEED_HZ:
+        return "SPI_IOC_WR_MAX_SPEED_HZ, " + std::to_string(*static_cast<uint32_t*>(argument));
+    case SPI_IOC_RD_MAX_SPEED_HZ:
+        return "SPI_IOC_RD_MAX_SPEED_HZ, " + std::to_string(*static_cast<uint32_t*>(argument));
+    case SPI_IOC_MESSAGE(1):
+        return "SPI_IOC_MESSAGE(1), " + describe(*static_cast<struct spi_ioc_transfer*>(argument), kernel);
+    default:
+        return inHex(request);
+    }
+}
+
+/// Where the kernel stores what a request reads.
+static void* destination(unsigned long request, void* argument)
+{
+    if (request == I2C_RDWR) {
+        return static_cast<struct i2c_rdwr_ioctl_data*>(argument)->msgs[1].buf;
+    }
+    if (request == SPI_IOC_MESSAGE(1)) {
+        return reinterpret_cast<void*>(static_cast<struct spi_ioc_transfer*>(argument)->rx_buf);
+    }
+    return argument;
+}
+
+static std::string describeFlags(int flags)
+{
+    std::string text = (flags & O_ACCMODE) == O_RDWR ? "O_RDWR" : inHex(flags & O_ACCMODE);
+    text += (flags & O_NOCTTY) != 0 ? " | O_NOCTTY" : "";
+    text += (flags & O_NONBLOCK) != 0 ? " | O_NONBLOCK" : "";
+    const int left = flags & ~(O_ACCMODE | O_NOCTTY | O_NONBLOCK);
+    return left == 0 ? text : text + " | " + inHex(left);
+}
+
+/// Asks the script, stores the bytes of the answer and gives the result.
+static long ask(const std::string& call, void* storage)
+{
+    const Answer answer = active->next(call);
+    if (!answer.bytes.empty()) {
+        memcpy(storage, answer.bytes.data(), answer.bytes.size());
+    }
+    active->finish(call, answer);
+    return answer.result;
+}
+
+static std::string onDescriptor(const char* name, int fd, const std::string& arguments = "")
+{
+    return std::string{name} + "(" + std::to_string(fd) + (arguments.empty() ? "" : ", ") + arguments + ")";
+}
+
+/// The system library's own function of this name.
+template <class Function>
+static Function* original(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// The system interface. The program's definitions come before the system library's wherever a shared library calls
+// them.
+
+extern "C" int open(const char* path, int flags, ...)
+{
+    if (willing) {
+        return 7;
+    }
+    if (active != nullptr) {
+        return static_cast<int>(ask("open(\"" + std::string{path} + "\", " + describeFlags(flags) + ")", nullptr));
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const int mode = (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(arguments, int) : 0;
+    va_end(arguments);
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+extern "C" int close(int fd)
+{
+    if (willing) {
+        return 0;
+    }
+    return static_cast<int>(active != nullptr ? ask(onDescriptor("close", fd), nullptr) : syscall(SYS_close, fd));
+}
+
+extern "C" ssize_t read(int fd, void* buffer, size_t size)
+{
+    if (willing) {
+        return static_cast<ssize_t>(size);
+    }
+    if (active != nullptr) {
+        return ask(onDescriptor("read", fd, active->memory(buffer, size) + ", " + std::to_string(size)), buffer);
+    }
+    return syscall(SYS_read, fd, buffer, size);
+}
+
+extern "C" ssize_t write(int fd, const void* buffer, size_t size)
+{
+    if (willing) {
+        return static_cast<ssize_t>(size);
+    }
+    if (active != nullptr) {
+        return ask(onDescriptor("write", fd, active->memory(buffer, size) + ", " + std::to_string(size)), nullptr);
+    }
+    return syscall(SYS_write, fd, buffer, size);
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    if (willing) {
+        return request == SPI_IOC_MESSAGE(1) ? 1 : 0;
+    }
+    va_list arguments;
+    va_start(arguments, request);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (active != nullptr) {
+        const std::string call = onDescriptor("ioctl", fd, describe(request, argument, *active));
+        return static_cast<int>(ask(call, destination(request, argument)));
+    }
+    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
+
+extern "C" int tcgetattr(int fd, struct termios* attributes) noexcept
+{
+    if (willing) {
+        return 0;
+    }
+    if (active != nullptr) {
+        return static_cast<int>(ask(onDescriptor("tcgetattr", fd, describe(*attributes)), attributes));
+    }
+    return original<int(int, struct termios*)>("tcgetattr")(fd, attributes);
+}
+
+extern "C" int tcsetattr(int fd, int action, const struct termios* attributes) noexcept
+{
+    if (willing) {
+        return 0;
+    }
+    if (active != nullptr) {
+        const std::string when = action == TCSANOW ? "TCSANOW, " : std::to_string(action) + ", ";
+        return static_cast<int>(ask(onDescriptor("tcsetattr", fd, when + describe(*attributes)), nullptr));
+    }
+    return original<int(int, int, const struct termios*)>("tcsetattr")(fd, action, attributes);
+}
+
+// These two only fill the record: they are kept, and done.
+
+extern "C" int cfsetispeed(struct termios* attributes, speed_t speed) noexcept
+{
+    if (active != nullptr) {
+        active->add("cfsetispeed(" + describe(*attributes) + ", " + std::to_string(speed) + ")");
+    }
+    return original<int(struct termios*, speed_t)>("cfsetispeed")(attributes, speed);
+}
+
+extern "C" int cfsetospeed(struct termios* attributes, speed_t speed) noexcept
+{
+    if (active != nullptr) {
+        active->add("cfsetospeed(" + describe(*attributes) + ", " + std::to_string(speed) + ")");
+    }
+    return original<int(struct termios*, speed_t)>("cfsetospeed")(attributes, speed);
+}
+
+extern "C" int tcflush(int fd, int queue) noexcept
+{
+    if (willing) {
+        return 0;
+    }
+    if (active != nullptr) {
+        const std::string which = queue == TCIOFLUSH ? "TCIOFLUSH" : std::to_string(queue);
+        return static_cast<int>(ask(onDescriptor("tcflush", fd, which), nullptr));
+    }
+    return original<int(int, int)>("tcflush")(fd, queue);
+}
+
+extern "C" char* ptsname(int fd) noexcept
+{
+    if (willing) {
+        return nullptr;
+    }
+    static thread_local std::string name;
+    if (active != nullptr) {
+        const std::string call = onDescriptor("ptsname", fd);
+        const Answer answer = active->next(call);
+        name = answer.text;
+        active->add(call + " = " + (name.empty() ? "NULL" : name));
+        errno = nonsense;
+        return name.empty() ? nullptr : name.data();
+    }
+    return original<char*(int)>("ptsname")(fd);
+}
+
+extern "C" int grantpt(int fd) noexcept
+{
+    return active != nullptr ? static_cast<int>(ask(onDescriptor("grantpt", fd), nullptr))
+                             : original<int(int)>("grantpt")(fd);
+}
+
+extern "C" int unlockpt(int fd) noexcept
+{
+    return active != nullptr ? static_cast<int>(ask(onDescriptor("unlockpt", fd), nullptr))
+                             : original<int(int)>("unlockpt")(fd);
+}
