@@ -227,7 +227,7 @@ private:
     void addUartText(CLI::App& verb)
     {
         addWords(verb, "TEXT", arguments.uart.text,
-                 "Goes out with the line end after it; escapes \\r \\n \\t \\\\ \\xNN; - for raw standard input");
+                 R"(Goes out with the line end after it; escapes \r \n \t \\ \xNN; - for raw standard input)");
     }
 
     void addUartLineEnd(CLI::App& verb)

@@ -31,11 +31,11 @@ std::optional<struct stat> statusOf(const std::string& path)
     return status;
 }
 
-std::string names(const std::vector<Node>& nodes)
+std::string names(const std::vector<Node>& nodes, const std::string& prefix)
 {
     std::string text;
     for (const Node& node : nodes)
-        text += (text.empty() ? "" : ", ") + node.path.substr(node.path.rfind('/') + 1);
+        text += (text.empty() ? "" : ", ") + node.path.substr(prefix.size());
     return text;
 }
 
@@ -69,9 +69,12 @@ Failure permissionDenied(const std::string& path)
                 "sudo, or a udev rule that gives it to a group"};
     const struct passwd* entry = getpwuid(geteuid());
     const std::string user = entry == nullptr ? "USER" : entry->pw_name;
-    return {CannotOpen, path + ": permission denied; it belongs to group " + group,
-            isMember(user, group) ? "log in again: " + user + " is in that group, this session began before"
-                                  : "sudo usermod -aG " + group + " " + user + ", then log in again"};
+    Failure failure{CannotOpen, path + ": permission denied; it belongs to group " + group};
+    if (isMember(user, group))
+        failure.hint = "log in again: " + user + " is in that group, this session began before";
+    else
+        failure.hint.append("sudo usermod -aG ").append(group).append(" ").append(user).append(", then log in again");
+    return failure;
 }
 
 }  // namespace
@@ -149,10 +152,11 @@ Failure openFailure(const std::string& path, int error, const NodeKind& kind)
     if (stat(path.c_str(), &node) != 0) {
         if (errno != ENOENT && errno != ENOTDIR)
             return {CannotOpen, path + ": " + strerror(errno)};
-        return {CannotOpen,
-                path + ": no such device; " +
-                    (kind.present.empty() ? "no " + kind.others : kind.others + ": " + names(kind.present)),
-                kind.missingHint};
+        return {
+            CannotOpen,
+            path + ": no such device; " +
+                (kind.present.empty() ? "no " + kind.others : kind.others + ": " + names(kind.present, kind.prefix)),
+            kind.missingHint};
     }
     if (euidaccess(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES)
         return permissionDenied(path);

@@ -26,6 +26,7 @@ struct Node {
 
 struct NodeKind {
     std::string name;           ///< "an I2C bus"
+    std::string prefix;         ///< "/dev/i2c-": its nodes can be named without it
     unsigned int majorNumber;   ///< of its nodes; 0 when there are several
     std::string others;         ///< "buses here"
     std::vector<Node> present;  ///< those others

@@ -19,8 +19,8 @@ constexpr size_t driverLimit = 8192;  // i2c-dev, in one message
 
 NodeKind busKind()
 {
-    return {"an I2C bus", i2cMajor, "buses here", i2cBuses(),
-            "modprobe i2c-dev, if the bus exists in /sys/bus/i2c/devices"};
+    return {"an I2C bus", "/dev/i2c-", i2cMajor,
+            "buses here", i2cBuses(),  "modprobe i2c-dev, if the bus exists in /sys/bus/i2c/devices"};
 }
 
 std::string nameOf(int address)

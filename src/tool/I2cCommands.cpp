@@ -15,10 +15,9 @@ namespace
 
 constexpr auto message = "an I2C message";
 
-Bytes outgoing(const I2cArguments& arguments)
+Bytes outgoing(const std::vector<std::string>& words)
 {
-    Bytes bytes =
-        arguments.bytes == std::vector<std::string>{"-"} ? readStandardInput(maxI2cBytes) : parseBytes(arguments.bytes);
+    Bytes bytes = words == std::vector<std::string>{"-"} ? readStandardInput(maxI2cBytes) : parseBytes(words);
     if (bytes.empty())
         throw Failure{WrongCommandLine, "no bytes to write"};
     checkSize(bytes.size(), maxI2cBytes, message);
@@ -69,7 +68,7 @@ void i2cSet(const Common& common, const I2cArguments& arguments)
     const std::string path = i2cPath(arguments.bus);
     const int address = parseAddress(arguments.address);
     const Bytes reg = parseRegister(arguments.reg);
-    const Bytes bytes = outgoing(arguments);
+    const Bytes bytes = outgoing(arguments.bytes);
     Bytes whole = reg;
     whole.insert(whole.end(), bytes.begin(), bytes.end());
     checkSize(whole.size(), maxI2cBytes, message);
@@ -96,7 +95,7 @@ void i2cWrite(const Common& common, const I2cArguments& arguments)
 {
     const std::string path = i2cPath(arguments.bus);
     const int address = parseAddress(arguments.address);
-    const Bytes bytes = outgoing(arguments);
+    const Bytes bytes = outgoing(arguments.bytes);
     if (showTraffic(common, i2cWriteTraffic(address, bytes)))
         return;
 
@@ -104,16 +103,16 @@ void i2cWrite(const Common& common, const I2cArguments& arguments)
     chip(bytes.size(), [&](I2c& i2c) { return i2c.write(bytes); });
 }
 
-void i2cTransfer(const Common& common, const I2cArguments& given)
+void i2cTransfer(const Common& common, const I2cArguments& arguments)
 {
-    I2cArguments arguments = given;
+    std::vector<std::string> words = arguments.bytes;
     const std::string path = i2cPath(arguments.bus);
     const int address = parseAddress(arguments.address);
-    const size_t count = takePlusCount(arguments.bytes, maxI2cBytes, message);
+    const size_t count = takePlusCount(words, maxI2cBytes, message);
     if (count == 0)
         throw Failure{WrongCommandLine, "i2c transfer: +N, the number of bytes to read, stands last",
                       "serialcomm i2c transfer " + arguments.bus + " " + arguments.address + " 00 +2"};
-    const Bytes bytes = outgoing(arguments);
+    const Bytes bytes = outgoing(words);
     if (showTraffic(common, i2cWriteReadTraffic(address, bytes, count)))
         return;
 

@@ -28,8 +28,11 @@ void show(const Common& common, const std::string& bus, const std::vector<Node>&
             printJson({{"bus", bus}, {"device", node.path}, {"what", node.what}, {"open", open}});
             continue;
         }
-        const std::string path = node.path + std::string(pathWidth - node.path.size(), ' ');
-        printLine(path + "  " + node.what + std::string(whatWidth - node.what.size(), ' ') + "  open: " + open);
+        std::string line = node.path;
+        line.resize(pathWidth + 2, ' ');
+        line += node.what;
+        line.resize(pathWidth + whatWidth + 4, ' ');
+        printLine(line.append("open: ").append(open));
     }
     if (nodes.empty())
         say("no " + bus + " device here");

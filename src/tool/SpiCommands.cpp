@@ -28,7 +28,11 @@ constexpr auto transfer = "an SPI transfer";
 
 NodeKind spidevKind()
 {
-    return {"a spidev node", spidevMajor, "spidev nodes here", spidevNodes(),
+    return {"a spidev node",
+            "/dev/spidev",
+            spidevMajor,
+            "spidev nodes here",
+            spidevNodes(),
             "bind the spidev driver: the device tree names a chip for it, or driver_override in /sys/bus/spi/devices"};
 }
 
@@ -111,10 +115,9 @@ private:
     Spi spi;
 };
 
-Bytes outgoing(const SpiArguments& arguments)
+Bytes outgoing(const std::vector<std::string>& words)
 {
-    Bytes bytes =
-        arguments.bytes == std::vector<std::string>{"-"} ? readStandardInput(maxBytes) : parseBytes(arguments.bytes);
+    Bytes bytes = words == std::vector<std::string>{"-"} ? readStandardInput(maxBytes) : parseBytes(words);
     if (bytes.empty())
         throw Failure{WrongCommandLine, "no bytes to write"};
     return bytes;
@@ -174,7 +177,7 @@ void spiWrite(const Common& common, const SpiArguments& arguments)
     const std::string path = spiPath(arguments.device);
     const uint8_t mode = parseMode(arguments.mode);
     const int speedHz = parseSpeed(arguments.speed);
-    const Bytes bytes = outgoing(arguments);
+    const Bytes bytes = outgoing(arguments.bytes);
     if (showTraffic(common, spiTraffic(bytes, 0, bytes.size(), 0, mode, speedHz)))
         return;
 
@@ -182,14 +185,14 @@ void spiWrite(const Common& common, const SpiArguments& arguments)
     device(bytes.size(), [&](Spi& spi) { return spi.write(bytes); });
 }
 
-void spiTransfer(const Common& common, const SpiArguments& given)
+void spiTransfer(const Common& common, const SpiArguments& arguments)
 {
-    SpiArguments arguments = given;
     const std::string path = spiPath(arguments.device);
     const uint8_t mode = parseMode(arguments.mode);
     const int speedHz = parseSpeed(arguments.speed);
-    const size_t count = takePlusCount(arguments.bytes, maxBytes, transfer);
-    const Bytes bytes = outgoing(arguments);
+    std::vector<std::string> words = arguments.bytes;
+    const size_t count = takePlusCount(words, maxBytes, transfer);
+    const Bytes bytes = outgoing(words);
     const size_t size = bytes.size() + count;
     checkSize(size, maxBytes, transfer);
     // With +N only what comes after the bytes counts, without it everything.

@@ -32,7 +32,7 @@ constexpr milliseconds tick{20};
 
 NodeKind portKind()
 {
-    return {"a serial port", 0, "ports here", serialPorts(), "serialcomm list uart"};
+    return {"a serial port", "/dev/", 0, "ports here", serialPorts(), "serialcomm list uart"};
 }
 
 bool isMultiplexer(const std::string& path)
@@ -64,7 +64,10 @@ std::vector<Node> serialPorts()
         // Newer kernels put two devices of their own, with the driver "port", between the tty and the hardware.
         const bool direct = linkTarget(device + "/driver") != "port";
         const std::string driver = linkTarget(device + (direct ? "/driver" : "/../../driver"));
-        ports.push_back({"/dev/" + name, product.empty() ? driver : product + " (" + driver + ")"});
+        std::string what = product.empty() ? driver : product;
+        if (!product.empty())
+            what.append(" (").append(driver).append(")");
+        ports.push_back({"/dev/" + name, what});
     }
     return ports;
 }
@@ -72,11 +75,6 @@ std::vector<Node> serialPorts()
 std::string Line::settings() const
 {
     return lineSettings(baudRate, parity, stopBits);
-}
-
-PortGone::PortGone(const std::string& path)
-    : Failure{TransferFailed, path + " is gone: unplugged, or closed at the other side"}
-{
 }
 
 Port::Port(const Line& settings) : line(settings), uart(line.path, line.baudRate, line.stopBits, line.parity, true)
@@ -163,7 +161,6 @@ Port::Ready Port::wait(std::optional<milliseconds> most, int other)
         // A master without a peer is hung up all the time: look at it now and then.
         struct pollfd ports[] = {{masterAlone ? -1 : own, POLLIN, 0}, {other, POLLIN, 0}};
         poll(ports, 2, static_cast<int>(masterAlone ? tick.count() : left.count()));
-        masterAlone = false;
         if ((ports[0].revents & POLLIN) != 0)
             return Ready::Bytes;
         if (ports[1].revents != 0)

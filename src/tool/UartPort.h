@@ -28,14 +28,17 @@ std::vector<Node> serialPorts();
 
 /// The port was unplugged, or the other side of the pseudo-terminal closed.
 struct PortGone : Failure {
-    explicit PortGone(const std::string& path);
+    explicit PortGone(const std::string& path)
+        : Failure{TransferFailed, path + " is gone: unplugged, or closed at the other side", {}}
+    {
+    }
 };
 
 class Port
 {
 public:
     /// Opens the port, or throws a Failure with the cause.
-    explicit Port(const Line& line);
+    explicit Port(const Line& settings);
     ~Port();
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;

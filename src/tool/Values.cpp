@@ -7,7 +7,6 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
-#include <limits>
 #include <optional>
 
 namespace
@@ -43,7 +42,7 @@ std::optional<uint64_t> number(const std::string& text, int base)
         return {};
     uint64_t value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    return result.ec == std::errc{} ? value : std::numeric_limits<uint64_t>::max();
+    return result.ec == std::errc{} ? value : UINT64_MAX;
 }
 
 std::string hex(uint64_t value)
@@ -230,8 +229,8 @@ int parseBaudRate(const std::string& text)
     const auto rate = number(text, 10);
     if (!rate)
         refuse("baud rate \"" + text + "\": a decimal number, such as 115200");
-    const auto above = std::find_if(baudRates.begin(), baudRates.end(),
-                                    [&](int known) { return static_cast<uint64_t>(known) >= *rate; });
+    const auto* above = std::find_if(baudRates.begin(), baudRates.end(),
+                                     [&](int known) { return static_cast<uint64_t>(known) >= *rate; });
     if (above != baudRates.end() && static_cast<uint64_t>(*above) == *rate)
         return *above;
 
@@ -287,7 +286,7 @@ Bytes parseText(const std::vector<std::string>& words)
             bytes.push_back(byteOf(pair));
             i += 2;
         } else {
-            refuse("text \"" + text + "\": a backslash starts \\r \\n \\t \\\\ or \\xNN");
+            refuse("text \"" + text + R"(": a backslash starts \r \n \t \\ or \xNN)");
         }
     }
     return bytes;

@@ -1,0 +1,188 @@
+#!/usr/bin/env bash
+# Tests of scripts/board and what stands behind it: tests/board/scripts.sh
+# Exit status: 0, 1 after failures, 77 when there can be no board on this system.
+# shellcheck disable=SC2317 # functions that are passed to expect
+set -uo pipefail
+cd "$(dirname "$0")/../.." || exit
+project=$(pwd -P)
+
+scratch=$(mktemp -d)
+one=test-$$-one two=test-$$-two
+cleanup() {
+    for name in $one $two; do
+        BOARD=$name scripts/board stop
+    done
+    rm -rf "$scratch"
+}
+trap cleanup EXIT
+
+failures=0
+fail() {
+    failures=$((failures + 1))
+    printf 'FAILED: %s\n' "$@" >&2
+}
+
+# expect TITLE STATUS STDOUT STDERR COMMAND...: STDOUT whole; of STDERR a pattern that it has to match.
+expect() {
+    local title=$1 status=$2 out=$3 err=$4 got_out got_status=0
+    shift 4
+    got_out=$("$@" 2>"$scratch/err" </dev/null; echo "exit $?")
+    got_status=${got_out##*exit }
+    got_out=${got_out%exit *}
+    [ "$got_status" = "$status" ] || fail "$title: exit status $got_status, not $status: $(cat "$scratch/err")"
+    [ "$got_out" = "${out:+$out$'\n'}" ] || fail "$title: output <$got_out>, not <$out>"
+    # shellcheck disable=SC2053
+    [[ $(cat "$scratch/err") == $err ]] || fail "$title: on standard error <$(cat "$scratch/err")>, not <$err>"
+}
+
+board() {
+    scripts/board "$@"
+}
+run() {
+    scripts/board run "$@"
+}
+merged() {
+    scripts/board run "$@" 2>&1
+}
+piped() {
+    echo unread | scripts/board run "$@"
+}
+eventually() {
+    for _ in {1..300}; do
+        ! "$@" 2>/dev/null || return 0
+        sleep 0.1
+    done
+    return 1
+}
+gone() {
+    [ ! -e "$1" ]
+}
+
+expect "an unknown option" 2 "" "scripts/board: no option --colour*" run --colour red true
+expect "an option without its value" 2 "" "scripts/board: --timeout needs a value" run --timeout
+expect "a time limit that is none" 2 "" "*takes seconds, not 'soon'" run --timeout soon true
+expect "nothing to run" 2 "" "scripts/board: run what?*" run
+expect "a shell without a terminal" 2 "" "*needs a terminal*" board
+expect "a board's name that leads elsewhere" 2 "" "*BOARD='../x' is no name*" env BOARD=../x scripts/board start
+expect "the temperature of no board" 2 "" "*no board $one is started*" env BOARD=$one scripts/board temperature 20
+
+# Two boards at once.
+export BOARD=$one
+scripts/board start >"$scratch/started" 2>"$scratch/err"
+status=$?
+cat "$scratch/err" >&2
+[ $status -ne 69 ] || exit 77
+[ $status -eq 0 ] || fail "start: exit status $status"
+BOARD=$two scripts/board start >"$scratch/started-two" || fail "a second board does not start"
+grep -qx "uart: /dev/pts/[0-9]* is the other end of /dev/ttymxc0" "$scratch/started" || fail "start names no pseudo-terminal"
+expect "a start of what is started" 2 "" "*$one is started already*" board start
+expect "options for what is started" 2 "" "*started already, without these options*" run --device x true
+
+# What a program gets, and what it hands back.
+# shellcheck disable=SC2016
+printf '#!/bin/sh\necho "from elsewhere: $1"\n' >"$scratch/program"
+chmod +x "$scratch/program"
+expect "it runs there" 0 "board aarch64" "" run uname -nm
+arguments=('a b' "it's" $'two\nlines' '' "\$HOME \`id\`" \\ '"' '*' '--help' 'ü')
+# shellcheck disable=SC2016
+expect "arguments arrive intact" 0 "$(printf '<%s>' "${arguments[@]}")" "" \
+    run sh -c 'printf "<%s>" "$@"; echo' sh "${arguments[@]}"
+expect "exit status" 7 "" "" run sh -c 'exit 7'
+expect "ended by a signal" 137 "" "*" run sh -c 'kill -KILL $$'
+expect "Ctrl-C's signal is not ignored" 130 "" "*" run sh -c 'kill -INT $$; echo ignored'
+expect "no such command of the guest" 127 "" "*not found*" run no-such-command
+expect "no such file of the host" 127 "" "board/run: no program ./no-such-file" run ./no-such-file
+expect "a program from outside the project" 0 "from elsewhere: x" "" run "$scratch/program" x
+expect "streams stay apart" 0 "out" "err" run sh -c 'echo out; echo err >&2'
+expect "streams that are one keep their order" 0 $'1\n2\n3' "" merged sh -c 'echo 1; echo 2 >&2; echo 3'
+expect "standard input is empty" 0 "" "" piped cat
+expect "the working directory is the host's" 0 "$project/tests" "" env -C tests ../scripts/board run pwd
+expect "much output" 0 "$(seq 100000)" "" run seq 100000
+expect "output without a last line's end" 0 "ab" "" run sh -c 'printf a; echo b'
+expect "the drivers are there" 0 $'/dev/i2c-4\n/dev/spidev2.0\n/dev/spidev2.1\n/dev/ttymxc0' "" \
+    run sh -c 'ls /dev/i2c-4 /dev/spidev2.* /dev/ttymxc0'
+
+# The world around the board.
+expect "a temperature" 0 "" "" board temperature 25.5
+expect "a temperature below 0" 0 "" "" env BOARD=$two scripts/board temperature -10
+expect "the one sensor measures its own" 0 "0x8019" "" run i2cget -y 4 0x48 0 w
+expect "the other one too" 0 "0x00f6" "" env BOARD=$two scripts/board run i2cget -y 4 0x48 0 w
+expect "a temperature beyond the sensor" 1 "" "*out of range" board temperature 200
+expect "a temperature that is none" 2 "" "*no temperature: '1e3'*" board temperature 1e3
+
+uart=build/board/run/$one/uart
+run sh -c 'stty -F /dev/ttymxc0 raw -echo; echo written before anyone listens >/dev/ttymxc0'
+expect "the board speaks" 0 "written before anyone listens" "" timeout 5 head -n 1 "$uart"
+echo "the host answers" >"$uart"
+expect "the board listens" 0 "the host answers" "" run sh -c 'head -n 1 </dev/ttymxc0'
+[ "$(stat -c %s "build/board/run/$one/flash.bin")" = 1048576 ] || fail "the flash's file has another size than the flash"
+
+# A program that is interrupted leaves the board to the next one.
+setsid scripts/board run sh -c 'echo here; sleep 61' >"$scratch/out" 2>&1 &
+interrupted=$!
+eventually grep -q here "$scratch/out" || fail "output does not come while the program runs"
+kill -TERM $interrupted
+wait $interrupted
+[ $? -eq 130 ] || fail "interrupted: another exit status"
+expect "after an interrupted program" 0 "0" "" run sh -c 'ps | grep -c "[s]leep 61"; true'
+
+# What ends a board, and that the other one lives on.
+state=build/board/run/$one
+qemu=$(cat "$state/pid")
+expect "a program that hangs" 124 "before" "*hung over 1 seconds*psci*" run --timeout 1 sh -c 'echo before; sleep 61'
+gone "/proc/$qemu/cwd" || fail "the board that hung still runs"
+gone "$state" || fail "the board that hung left its state"
+expect "the other board" 0 "board" "" env BOARD=$two scripts/board run hostname
+expect "a board that ends by itself" 70 "" "*ended by itself*Power down*" env BOARD=$two scripts/board run poweroff -f
+expect "stop after the end" 0 "" "" board stop
+
+# A board for one command, with another chip on it.
+expect "one command, another chip" 0 "0x00" "" run --device tmp105,bus=i2c-bus.4,address=0x49 i2cget -y 4 0x49 0
+expect "a chip that QEMU does not know" 70 "" "*QEMU did not start*no-such-chip*" run --device no-such-chip true
+expect "a program that hangs, alone" 124 "" "*hung over 1 seconds*" run --timeout 1 sleep 61
+scripts/board run sleep 61 &
+killed=$!
+eventually sh -c "ls build/board/run/once.$killed/jobs/*/command" >/dev/null || fail "no job of a single command"
+left=$(cat "build/board/run/once.$killed/pid")
+kill -KILL $killed
+wait $killed 2>/dev/null
+expect "after a call that was killed" 0 "board" "" run hostname
+gone "/proc/$left/cwd" || fail "the board of a call that was killed still runs"
+eventually gone "build/board/run/once.*" || fail "boards for one command leave something behind"
+
+# The set-up, with a part that is made quickly.
+mkdir -p "$scratch/project/board" "$scratch/project/scripts" "$scratch/bin"
+cp board/have board/supported board/apt "$scratch/project/board/"
+cp scripts/need "$scratch/project/scripts/"
+made=$scratch/project/build/board/part maker=$scratch/project/board/make-part have=$scratch/project/board/have
+cat >"$maker" <<'MAKER'
+#!/usr/bin/env bash
+echo making
+echo half >"$1/half"
+[ -e "$(dirname "$0")/whole" ] || kill -KILL $PPID
+echo whole >"$1/whole"
+MAKER
+chmod +x "$maker"
+expect "a set-up that is broken off" 137 "making" "*" "$have" part
+gone "$made" || fail "what was broken off is in place"
+touch "$scratch/project/board/whole"
+"$have" part >"$scratch/out" 2>&1 &
+"$have" part >>"$scratch/out" 2>&1 &
+wait
+[ "$(grep -c making "$scratch/out")" = 1 ] || fail "two calls at once: not made by exactly one of them"
+[ -e "$made/whole" ] || fail "the next call does not repair what was broken off"
+expect "a set-up that is there" 0 "" "" "$have" part
+sed -i 's/echo making/echo making anew/' "$maker"
+expect "a set-up whose script has changed" 0 "making anew" "*" "$have" part
+
+# shellcheck disable=SC2016
+printf '#!/usr/bin/env bash\n"$(dirname "$0")/apt" "$1" trixie arm64 apt-get indextargets\n' >"$maker"
+expect "without network" 69 "" "*board/apt: no package lists of Debian trixie arm64: *" \
+    env http_proxy=http://127.0.0.1:9 "$have" part
+gone "$made.part" || fail "without network: something is half installed"
+printf '#!/bin/sh\necho riscv64\n' >"$scratch/bin/dpkg"
+chmod +x "$scratch/bin/dpkg"
+expect "a host of another architecture" 69 "" "board/supported: *not riscv64" env PATH="$scratch/bin:$PATH" "$have" part
+
+[ $failures -eq 0 ] && echo "scripts/board: all as expected"
+exit $((failures > 0))
