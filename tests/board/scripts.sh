@@ -112,7 +112,9 @@ expect "a temperature that is none" 2 "" "*no temperature: '1e3'*" board tempera
 
 uart=build/board/run/$one/uart
 run sh -c 'stty -F /dev/ttymxc0 raw -echo; echo written before anyone listens >/dev/ttymxc0'
-expect "the board speaks" 0 "written before anyone listens" "" timeout 5 head -n 1 "$uart"
+expect "the board speaks before the host listens" 0 "written before anyone listens" "" timeout 5 head -n 1 "$uart"
+run sh -c 'seq 100000 | head -c 65536 >/dev/ttymxc0'
+expect "nothing of 64 KiB is lost" 0 "" "" cmp <(timeout 5 head -c 65536 "$uart") <(seq 100000 | head -c 65536)
 echo "the host answers" >"$uart"
 expect "the board listens" 0 "the host answers" "" run sh -c 'head -n 1 </dev/ttymxc0'
 [ "$(stat -c %s "build/board/run/$one/flash.bin")" = 1048576 ] || fail "the flash's file has another size than the flash"
@@ -128,9 +130,11 @@ expect "after an interrupted program" 0 "0" "" run sh -c 'ps | grep -c "[s]leep 
 
 # What ends a board, and that the other one lives on.
 state=build/board/run/$one
-qemu=$(cat "$state/pid")
-expect "a program that hangs" 124 "before" "*hung over 1 seconds*psci*" run --timeout 1 sh -c 'echo before; sleep 61'
+qemu=$(cat "$state/pid") socat=$(cat "$state/uart.pid")
+expect "a program that hangs" 124 "before" "*hung over 2 seconds*psci*" \
+    run --timeout 2 sh -c 'echo before; head -c 200k /dev/zero >/dev/ttymxc0'
 gone "/proc/$qemu/cwd" || fail "the board that hung still runs"
+gone "/proc/$socat/cwd" || fail "the pseudo-terminal of the board that hung is still there"
 gone "$state" || fail "the board that hung left its state"
 expect "the other board" 0 "board" "" env BOARD=$two scripts/board run hostname
 expect "a board that ends by itself" 70 "" "*ended by itself*Power down*" env BOARD=$two scripts/board run poweroff -f
@@ -146,9 +150,12 @@ eventually sh -c "ls build/board/run/once.$killed/jobs/*/command" >/dev/null || 
 left=$(cat "build/board/run/once.$killed/pid")
 kill -KILL $killed
 wait $killed 2>/dev/null
-expect "after a call that was killed" 0 "board" "" run hostname
+scripts/board run true &
+next=$!
+wait $next || fail "after a call that was killed: exit status $?"
 gone "/proc/$left/cwd" || fail "the board of a call that was killed still runs"
-eventually gone "build/board/run/once.*" || fail "boards for one command leave something behind"
+gone "build/board/run/once.$killed" || fail "the state of a call that was killed is still there"
+gone "build/board/run/once.$next" || fail "a single command leaves something behind"
 
 # The set-up, with a part that is made quickly.
 mkdir -p "$scratch/project/board" "$scratch/project/scripts" "$scratch/bin"
