@@ -244,6 +244,10 @@ static Function* original(const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+#ifndef __clang__
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // what read() shall fill is looked at before
+#endif
+
 // The system interface. The program's definitions come before the system library's wherever a shared library calls
 // them.
 

@@ -34,14 +34,14 @@ bool I2c::init()
     }
     fd = ::open(path.c_str(), O_RDWR);
     if (fd < 0) {
-        LOG4CPLUS_ERROR(logger, "Failed to open i2c device: " << path);
+        LOG(ERROR, "Failed to open i2c device: " << path);
         return false;
     }
 
     if (::ioctl(fd, I2C_SLAVE, static_cast<unsigned long>(static_cast<uint32_t>(address))) != 0) {
         ::close(fd);
         fd = -1;
-        LOG4CPLUS_ERROR(logger, "ioctl failed");
+        LOG(ERROR, "ioctl failed");
         return false;
     }
 
@@ -56,7 +56,7 @@ ByteArray I2c::read(size_t len)
     ByteArray result(len);
     const ssize_t returned = ::read(fd, result.data(), len);
     if (static_cast<size_t>(returned) != len) {
-        LOG4CPLUS_ERROR(logger, "I2C read failed, requested: " << len << ", returned: " << returned);
+        LOG(ERROR, "I2C read failed, requested: " << len << ", returned: " << returned);
         return {};
     }
 
@@ -70,7 +70,7 @@ bool I2c::write(const ByteArray& data)
 
     const ssize_t written = ::write(fd, data.data(), data.size());
     if (static_cast<size_t>(written) != data.size()) {
-        LOG4CPLUS_ERROR(logger, "I2C write failed, requested: " << data.size() << ", written: " << written);
+        LOG(ERROR, "I2C write failed, requested: " << data.size() << ", written: " << written);
         return false;
     }
 
@@ -103,7 +103,7 @@ ByteArray I2c::writeRead(const ByteArray& data, size_t len)
     }
     if (ret < 0) {
         const int errorNumber = errno;
-        LOG4CPLUS_ERROR(logger, "I2C ioctl I2C_RDWR failed, return: " << ret << " error: " << strerror(errorNumber));
+        LOG(ERROR, "I2C ioctl I2C_RDWR failed, return: " << ret << " error: " << strerror(errorNumber));
         return {};
     }
 
@@ -112,7 +112,7 @@ ByteArray I2c::writeRead(const ByteArray& data, size_t len)
 
 bool I2c::setMaxSpeed(int)
 {
-    LOG4CPLUS_ERROR(logger, "I2C set max speed is not supported");
+    LOG(ERROR, "I2C set max speed is not supported");
     return false;
 }
 
@@ -122,14 +122,14 @@ ByteArray I2c::readRegister(uint8_t reg, size_t len)
 
     const ssize_t written = ::write(fd, &reg, 1);
     if (written != 1) {
-        LOG4CPLUS_ERROR(logger, "I2C write register address failed, requested: 1, written: " << written);
+        LOG(ERROR, "I2C write register address failed, requested: 1, written: " << written);
         return {};
     }
 
     ByteArray result(len);
     const ssize_t returned = ::read(fd, result.data(), len);
     if (static_cast<size_t>(returned) != len) {
-        LOG4CPLUS_ERROR(logger, "I2C read from register failed, requested: " << len << ", returned: " << returned);
+        LOG(ERROR, "I2C read from register failed, requested: " << len << ", returned: " << returned);
         return {};
     }
 
@@ -147,7 +147,7 @@ bool I2c::writeRegister(uint8_t reg, const ByteArray& data)
 
     const ssize_t written = ::write(fd, message.data(), message.size());
     if (static_cast<size_t>(written) != message.size()) {
-        LOG4CPLUS_ERROR(logger, "I2C write to register failed, requested: " << data.size() << ", written: " << written);
+        LOG(ERROR, "I2C write to register failed, requested: " << data.size() << ", written: " << written);
         return false;
     }
 

@@ -53,15 +53,15 @@ bool Spi::init()
     }
     fd = ::open(path.c_str(), O_RDWR);
     if (fd < 0) {
-        LOG4CPLUS_ERROR(logger, "Failed to open spi device: " << path);
+        LOG(ERROR, "Failed to open spi device: " << path);
         return false;
     }
 
     if (::ioctl(fd, SPI_IOC_WR_MODE, &mode) == -1) {
-        LOG4CPLUS_ERROR(logger, "SPI can't set spi write mode");
+        LOG(ERROR, "SPI can't set spi write mode");
     }
     if (::ioctl(fd, SPI_IOC_RD_MODE, &mode) == -1) {
-        LOG4CPLUS_ERROR(logger, "SPI can't set spi read mode");
+        LOG(ERROR, "SPI can't set spi read mode");
     }
     setMaxSpeed(speedHz);
 
@@ -76,7 +76,7 @@ ByteArray Spi::read(size_t len)
     ByteArray result(len);
     if (transfer(fd, nullptr, result.data(), len, speedHz) < 1) {
         const int errorNumber = errno;
-        LOG4CPLUS_ERROR(logger, "SPI can't read spi message. errno: " << errorNumber);
+        LOG(ERROR, "SPI can't read spi message. errno: " << errorNumber);
     }
 
     TRACE_LEAVE("");
@@ -89,7 +89,7 @@ bool Spi::write(const ByteArray& data)
 
     if (transfer(fd, data.data(), nullptr, data.size(), speedHz) < 1) {
         const int errorNumber = errno;
-        LOG4CPLUS_ERROR(logger, "SPI can't send message. errno: " << errorNumber);
+        LOG(ERROR, "SPI can't send message. errno: " << errorNumber);
     }
 
     TRACE_LEAVE("");
@@ -98,18 +98,16 @@ bool Spi::write(const ByteArray& data)
 
 ByteArray Spi::writeRead(const ByteArray& data, size_t len)
 {
-    ByteArray result(std::max(data.size(), len));
-
-    ByteArray padded;
-    if (len > data.size()) {
-        padded.resize(len);
+    if (data.size() < len) {
+        ByteArray padded(len);
         std::copy(data.begin(), data.end(), padded.begin());
+        return Spi::writeRead(padded, len);
     }
-    const ByteArray& sent = padded.empty() ? data : padded;
 
-    const int ret = transfer(fd, sent.data(), result.data(), result.size(), speedHz);
+    ByteArray result(data.size());
+    const int ret = transfer(fd, data.data(), result.data(), result.size(), speedHz);
     if (ret < 1) {
-        LOG4CPLUS_ERROR(logger, "SPI can't send/read message. ret:" << ret);
+        LOG(ERROR, "SPI can't send/read message. ret:" << ret);
     }
     return result;
 }
@@ -120,12 +118,12 @@ bool Spi::setMaxSpeed(int hz)
 
     const auto requestedHz = static_cast<uint32_t>(hz);
     if (::ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &requestedHz) == -1) {
-        LOG4CPLUS_ERROR(logger, "SPI can't set write max speed hz");
+        LOG(ERROR, "SPI can't set write max speed hz");
     }
     if (::ioctl(fd, SPI_IOC_RD_MAX_SPEED_HZ, &speedHz) == -1) {
-        LOG4CPLUS_ERROR(logger, "SPI can't get max speed hz");
+        LOG(ERROR, "SPI can't get max speed hz");
     }
 
-    LOG4CPLUS_DEBUG(logger, "SPI set speed Hz: " << speedHz);
+    LOG(DEBUG, "SPI set speed Hz: " << speedHz);
     return true;
 }

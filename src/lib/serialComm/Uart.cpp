@@ -49,23 +49,23 @@ bool Uart::init()
 {
     const auto baudRateEntry = baudRateMap.find(baudRate);
     if (baudRateEntry == baudRateMap.end()) {
-        LOG4CPLUS_ERROR(logger, "Unsupported baud rate: " << baudRate);
+        LOG(ERROR, "Unsupported baud rate: " << baudRate);
         return false;
     }
     const long speed = baudRateEntry->second;
-    LOG4CPLUS_DEBUG(logger, "Baud rate: " << speed);
+    LOG(DEBUG, "Baud rate: " << speed);
 
     const auto parityEntry = parityMap.find(parity);
     if (parityEntry == parityMap.end()) {
-        LOG4CPLUS_ERROR(logger, "Wrong parity set: " << parity);
+        LOG(ERROR, "Wrong parity set: " << parity);
         return false;
     }
     const long parityFlags = parityEntry->second;
-    LOG4CPLUS_DEBUG(logger, "Parity: " << parityFlags);
+    LOG(DEBUG, "Parity: " << parityFlags);
 
     const auto stopBitsEntry = stopBitsMap.find(stopBits);
     if (stopBitsEntry == stopBitsMap.end()) {
-        LOG4CPLUS_ERROR(logger, "Unsupported stop bits: " << stopBits);
+        LOG(ERROR, "Unsupported stop bits: " << stopBits);
         return false;
     }
     const long stopBitsFlag = stopBitsEntry->second;
@@ -73,7 +73,7 @@ bool Uart::init()
     restoreAndClose(fd, savedAttributes);
     fd = ::open(path.c_str(), blocking ? O_RDWR | O_NOCTTY : O_RDWR | O_NOCTTY | O_NONBLOCK);
     if (fd < 0) {
-        LOG4CPLUS_ERROR(logger, "Cannot open serial device on path " << path);
+        LOG(ERROR, "Cannot open serial device on path " << path);
         return false;
     }
     ::tcgetattr(fd, &savedAttributes);
@@ -86,10 +86,10 @@ bool Uart::init()
     ::cfsetospeed(&attributes, static_cast<speed_t>(speed));
 
     if (::tcflush(fd, TCIOFLUSH) < 0) {
-        LOG4CPLUS_ERROR(logger, "Cannot clear terminal attributes");
+        LOG(ERROR, "Cannot clear terminal attributes");
     }
     if (::tcsetattr(fd, TCSANOW, &attributes) < 0) {
-        LOG4CPLUS_ERROR(logger, "Failed to set new attributes");
+        LOG(ERROR, "Failed to set new attributes");
         return false;
     }
 
@@ -98,24 +98,24 @@ bool Uart::init()
         return true;
     }
     if (::grantpt(fd) < 0 || ::unlockpt(fd) < 0) {
-        LOG4CPLUS_ERROR(logger, "Failed to unlock pts " << slave);
+        LOG(ERROR, "Failed to unlock pts " << slave);
         return false;
     }
-    LOG4CPLUS_INFO(logger, "UART slave pts: " << slave);
+    LOG(INFO, "UART slave pts: " << slave);
     return true;
 }
 
 bool Uart::write(const ByteArray& data)
 {
     if (fd < 0) {
-        LOG4CPLUS_ERROR(logger, "Uart write failed: closed");
+        LOG(ERROR, "Uart write failed: closed");
         return false;
     }
 
     const ssize_t written = ::write(fd, data.data(), data.size());
     if (static_cast<size_t>(written) != data.size()) {
         const int errorNumber = errno;
-        LOG4CPLUS_ERROR(logger, "Uart write failed: " << errorNumber);
+        LOG(ERROR, "Uart write failed: " << errorNumber);
         return false;
     }
     return true;
@@ -129,7 +129,7 @@ ByteArray Uart::read(size_t size, bool* error)
         if (error != nullptr) {
             *error = true;
         }
-        LOG4CPLUS_ERROR(logger, "Uart read failed: closed");
+        LOG(ERROR, "Uart read failed: closed");
         return {};
     }
 
@@ -139,7 +139,7 @@ ByteArray Uart::read(size_t size, bool* error)
         if (error != nullptr) {
             *error = true;
         }
-        LOG4CPLUS_ERROR(logger, "Uart read failed: " << errorNumber);
+        LOG(ERROR, "Uart read failed: " << errorNumber);
         return {};
     }
 

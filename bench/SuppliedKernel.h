@@ -1,0 +1,3 @@
+#pragma once
+
+inline const char* const suppliedDevice = "/dev/supplied";
