@@ -45,9 +45,9 @@ const CLI::App& verbOf(const CLI::App& app, const std::vector<std::string>& word
         std::vector<std::string> names;
         for (const CLI::App* below : verb->get_subcommands({}))
             names.push_back(below->get_name());
-        if (names.empty() || word.empty() || word[0] == '-')
+        if (names.empty() || (!word.empty() && word[0] == '-'))
             break;
-        path += (path.empty() ? "" : " ") + word;
+        path += (path.empty() ? "" : " ") + (word.empty() ? "\"\"" : word);
         if (std::find(names.begin(), names.end(), word) == names.end())
             throw Failure{WrongCommandLine, path + ": unknown" + didYouMean(word, names)};
         verb = verb->get_subcommand(word);
@@ -79,6 +79,8 @@ Command parseCommandLine(const std::vector<std::string>& words)
     } catch (const CLI::ExtrasError&) {
         const std::vector<std::string> extra = app.remaining(true);
         const std::string word = extra.empty() ? "" : unmarked(extra.front());
+        if (verb.get_parent() == nullptr)
+            throw Failure{WrongCommandLine, word + ": options stand after the verb", help};
         const bool option = !word.empty() && word[0] == '-';
         throw Failure{WrongCommandLine,
                       who + word +

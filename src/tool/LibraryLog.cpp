@@ -42,7 +42,7 @@ class Listener : public log4cplus::Appender
 public:
     explicit Listener(log4cplus::Logger& logger)
         : userLevel(logger.getChainedLogLevel()), userAppenders(logger.getAllAppenders()), parent(logger.getParent()),
-          additive(logger.getAdditivity())
+          additive(logger.getAdditivity() && !parent.getAllAppenders().empty())
     {
     }
     ~Listener() override { destructorImpl(); }

@@ -56,8 +56,13 @@ void noteSignals()
     sigaction(SIGPIPE, &action, nullptr);
 }
 
+bool signalled()
+{
+    return caught != 0;
+}
+
 void throwIfSignalled()
 {
-    if (caught != 0)
+    if (signalled())
         throw Interrupted{caught};
 }

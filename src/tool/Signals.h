@@ -7,5 +7,7 @@ void fillStandardDescriptors();
 /// later does so within a tenth of a second. SIGPIPE is ignored: writing reports it.
 void noteSignals();
 
+bool signalled();
+
 /// Throws Interrupted once a signal came.
 void throwIfSignalled();

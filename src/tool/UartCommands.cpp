@@ -124,6 +124,7 @@ void uartWrite(const Common& common, const UartArguments& arguments)
     announceSlave(common, port);
     port.waitForPeer();
     port.send(bytes);
+    port.waitUntilRead();
 }
 
 void uartAsk(const Common& common, const UartArguments& arguments)

@@ -29,6 +29,7 @@ using std::chrono::steady_clock;
 constexpr size_t burstSize = 4096;
 constexpr milliseconds pauseAfterBurst{50};
 constexpr milliseconds tick{20};
+constexpr milliseconds boundToRead{5000};
 
 NodeKind portKind()
 {
@@ -223,6 +224,23 @@ void Port::send(const ByteArray& bytes)
         throw Failure{TransferFailed, line.path + ": " + (error ? error->message : "write failed")};
     }
     drain(bytes.size());
+}
+
+void Port::waitUntilRead()
+{
+    const auto start = steady_clock::now();
+    const int peer = slaveName.empty() ? -1 : open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    int unread = 0;
+    do {
+        poll(nullptr, 0, static_cast<int>(tick.count()));
+    } while (peer >= 0 && ioctl(peer, FIONREAD, &unread) == 0 && unread > 0 && !signalled() &&
+             steady_clock::now() - start < boundToRead);
+    if (peer >= 0)
+        close(peer);
+    throwIfSignalled();
+    if (unread > 0)
+        throw Failure{TransferFailed,
+                      line.path + ": " + std::to_string(unread) + " bytes were not read at the other side"};
 }
 
 int Port::waiting() const

@@ -63,6 +63,9 @@ public:
     /// Sends the bytes and waits, not for ever, until they are out.
     void send(const ByteArray& bytes);
 
+    /// On a pseudo-terminal: waits, not for ever, until the other side has read what was sent. Closing drops it.
+    void waitUntilRead();
+
 private:
     void openTty();
     void findMaster();

@@ -57,11 +57,12 @@ std::string hexDigitsOf(const std::string& what, const std::string& text)
 {
     if (hasHexPrefix(text) && consistsOf(text.substr(2), hexDigits))
         return text.substr(2);
+    const std::string asHex = (text.size() % 2 == 0 ? "0x" : "0x0") + text;
     const auto decimal = number(text, 10);
-    if (decimal && *decimal <= UINT16_MAX)
-        refuse(what + " " + text + ": write 0x" + text + ", or " + hex(*decimal) + " if decimal " + text + " is meant");
+    if (decimal && *decimal <= UINT16_MAX && hex(*decimal) != asHex)
+        refuse(what + " " + text + ": write " + asHex + ", or " + hex(*decimal) + " if decimal " + text + " is meant");
     if (consistsOf(text, hexDigits))
-        refuse(what + " " + text + ": write 0x" + text);
+        refuse(what + " " + text + ": write " + asHex);
     refuse(what + " \"" + text + "\": write it in hex, such as 0x48");
 }
 
@@ -97,11 +98,11 @@ std::string nodePath(const std::string& device, const std::string& prefix, bool 
     return "/dev/" + (isNumber ? prefix : "") + device;
 }
 
-// What the library's Uart takes. The four that Linux has besides are not among them.
+// What the library's Uart takes, and what Linux has besides.
 constexpr std::array<int, 26> baudRates = {
     110,    150,    200,    300,    600,    1200,    2400,    4800,    9600,    19200,   38400,   57600,   115200,
     230400, 460800, 500000, 576000, 921600, 1000000, 1152000, 1500000, 2000000, 2500000, 3000000, 3500000, 4000000};
-constexpr std::array<int, 4> otherBaudRates = {50, 75, 134, 1800};
+constexpr std::array<int, 5> otherBaudRates = {0, 50, 75, 134, 1800};
 
 }  // namespace
 

@@ -1,0 +1,62 @@
+# shellcheck shell=sh disable=SC2154,SC2034
+# For the commands of a session. $tmp is a folder of the command's own.
+
+# Waits until the words, a command, succeed; at most five seconds.
+await() {
+    tries=0
+    until eval "$1" 2>/dev/null; do
+        tries=$((tries + 1))
+        if [ $tries -ge 250 ]; then
+            echo "waited in vain: $1" >&2
+            return 1
+        fi
+        sleep 0.02
+    done
+}
+
+# Does the words while a program of ours is the other end of $SLAVE; its standard output, from the second line on, is then
+# in $tmp/other. other_end 'serialcomm uart echo pty' 'serialcomm uart ask $SLAVE hi'
+other_end() {
+    eval "$1" >"$tmp/pty" 2>"$tmp/pty.err" &
+    other=$!
+    await '[ -s "$tmp/pty" ]' || return
+    SLAVE=$(head -n 1 "$tmp/pty")
+    result=0
+    eval "$2" || result=$?
+    other_status=0
+    {
+        kill "$other"
+        wait "$other" || other_status=$?
+    } 2>/dev/null
+    tail -n +2 "$tmp/pty" >"$tmp/other"
+    return "$result"
+}
+
+with_echo() {
+    other_end 'exec serialcomm uart echo pty' "$1"
+}
+
+# Starts the words with their output in $tmp/out, and waits until the process, $process, heeds signals and has
+# the file open.
+start() {
+    eval "exec $2" >"$tmp/out" 2>"$tmp/err" <"${input:-/dev/null}" &
+    process=$!
+    await "grep -q 'SigCgt:.*[67]$' /proc/$process/status && ls -l /proc/$process/fd | grep -q -e '$1'"
+}
+
+# Sends the signal and says how the process ended, within a second.
+ends_on() {
+    kill -s "$1" "$process"
+    tries=0
+    while kill -0 "$process" 2>/dev/null && [ "$(sed 's/.*) //; s/ .*//' "/proc/$process/stat")" != Z ]; do
+        tries=$((tries + 1))
+        if [ $tries -ge 100 ]; then
+            echo "still there after a second"
+            kill -s KILL "$process"
+        fi
+        sleep 0.01
+    done
+    wait "$process"
+    echo "ended: $?"
+    cat "$tmp/err" >&2
+}
