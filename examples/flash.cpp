@@ -27,7 +27,7 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "usage: flash DEVICE ADDRESS TEXT, such as: flash /dev/spidev2.0 0x10000 \"some text\"\n");
         return 2;
     }
-    const uint32_t address = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 0));
+    const auto address = static_cast<uint32_t>(std::strtoul(argv[2], nullptr, 0));
     const std::string text = argv[3];
     const ByteArray bytes(text.begin(), text.end());
 

@@ -1,8 +1,8 @@
 // How a chip's driver is tested without the chip: GoogleMock plays the bus.
-#include "Flash.h"
-#include "Lis3dh.h"
-#include "PayloadLog.h"
-#include "Tmp105.h"
+#include "../Flash.h"
+#include "../Lis3dh.h"
+#include "../PayloadLog.h"
+#include "../Tmp105.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // An instrument that is a pseudo-terminal: the test holds the master side, the driver's port is the slave.
-#include "Instrument.h"
+#include "../Instrument.h"
 
 #include <gtest/gtest.h>
 
