@@ -1,6 +1,8 @@
 // A host that is not linked to the library, and has no dbglog_scopedFunction(): it loads the library at run time.
 #include "serialComm/I2c.h"
 
+#include "support/Process.h"
+
 #include <dlfcn.h>
 #include <stdlib.h>
 
@@ -9,7 +11,6 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
-#include <fstream>
 #include <string>
 #include <type_traits>
 
@@ -19,15 +20,6 @@ static std::string libraryBesideThisProgram()
     const std::string program = self;
     free(self);
     return program.substr(0, program.rfind('/')) + "/../lib/libvexo_serialComm.so";
-}
-
-static long residentPages()
-{
-    std::ifstream statm{"/proc/self/statm"};
-    long size = 0;
-    long resident = 0;
-    statm >> size >> resident;
-    return resident;
 }
 
 TEST(Load, AThousandRoundsLeaveNothingBehind)
@@ -42,10 +34,10 @@ TEST(Load, AThousandRoundsLeaveNothingBehind)
         }
     };
     rounds(100);
-    [[maybe_unused]] const long before = residentPages();
+    [[maybe_unused]] const long before = thisProcess().residentKiB;
     rounds(1000);
 #ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
-    EXPECT_LT(residentPages() - before, 256) << "pages";
+    EXPECT_LT(thisProcess().residentKiB - before, 1024);
 #endif
 }
 

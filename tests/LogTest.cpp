@@ -82,10 +82,8 @@ TEST(Log, ThresholdsDecideLineByLine)
         const char* timeline;
     } table[] = {
         {log4cplus::DEBUG_LOG_LEVEL,
-         "DEBUG SPI set speed Hz: 500000\n"
-         "INFO Leave SerialComm/virtual bool Spi::init(): SPI initialized with speed Hz: 500000\n"},
-        {log4cplus::INFO_LOG_LEVEL,
-         "INFO Leave SerialComm/virtual bool Spi::init(): SPI initialized with speed Hz: 500000\n"},
+         "DEBUG SPI set speed Hz: 500000\nINFO Leave: SPI initialized with speed Hz: 500000\n"},
+        {log4cplus::INFO_LOG_LEVEL, "INFO Leave: SPI initialized with speed Hz: 500000\n"},
         {log4cplus::ERROR_LOG_LEVEL, ""},
     };
     for (const auto& row : table) {

@@ -3,7 +3,8 @@
 #include "serialComm/Spi.h"
 #include "serialComm/Uart.h"
 
-#include <dirent.h>
+#include "support/Process.h"
+
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -19,7 +20,6 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <chrono>
-#include <fstream>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -95,26 +95,6 @@ static Uart newPseudoTerminal()
 static ByteArray bytes(const std::string& text)
 {
     return {text.begin(), text.end()};
-}
-
-static size_t openDescriptors()
-{
-    size_t count = 0;
-    DIR* directory = opendir("/proc/self/fd");
-    while (readdir(directory) != nullptr) {
-        ++count;
-    }
-    closedir(directory);
-    return count;
-}
-
-static long residentPages()
-{
-    std::ifstream statm{"/proc/self/statm"};
-    long size = 0;
-    long resident = 0;
-    statm >> size >> resident;
-    return resident;
 }
 
 TEST_F(RealKernel, MasterAndSlaveTalkBothWays)
@@ -226,18 +206,18 @@ TEST_F(RealKernel, AttributesAreRestoredAsASecondDescriptorSees)
 
 TEST_F(RealKernel, WhatIsNoSerialPortIsClosedInTheEnd)
 {
-    const size_t before = openDescriptors();
+    const size_t before = thisProcess().descriptors;
     {
         char file[] = "/tmp/serialComm-test-XXXXXX";
         const int created = mkstemp(file);
         Uart ordinary{file, 9600, 1, "none", true};
         EXPECT_FALSE(ordinary.init());
         EXPECT_TRUE(ordinary.write(bytes("open all the same")));
-        EXPECT_EQ(before + 2, openDescriptors());
+        EXPECT_EQ(before + 2, thisProcess().descriptors);
         close(created);
         unlink(file);
     }
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, thisProcess().descriptors);
     EXPECT_THAT(lines(), ElementsAre("ERROR Cannot clear terminal attributes", "ERROR Failed to set new attributes"));
 
     Uart missing{"/dev/no-such-port", 9600, 1, "none", true};
@@ -249,7 +229,7 @@ TEST_F(RealKernel, WhatIsNoSerialPortIsClosedInTheEnd)
     Spi chip{"/dev/no-such-node", 1000, 0};
     EXPECT_FALSE(chip.init());
     EXPECT_EQ(ByteArray(3), chip.read(3));
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, thisProcess().descriptors);
     EXPECT_THAT(lines(), ElementsAre("ERROR Cannot open serial device on path /dev/no-such-port",
                                      "ERROR Uart read failed: closed", "ERROR Uart write failed: closed",
                                      "ERROR ioctl failed", "ERROR Failed to open spi device: /dev/no-such-node",
@@ -258,15 +238,15 @@ TEST_F(RealKernel, WhatIsNoSerialPortIsClosedInTheEnd)
 
 TEST_F(RealKernel, ASecondInitLeaksNoDescriptor)
 {
-    const size_t before = openDescriptors();
+    const size_t before = thisProcess().descriptors;
     {
         Uart master = newPseudoTerminal();
         for (int i = 0; i < 100; ++i) {
             ASSERT_TRUE(master.init());
         }
-        EXPECT_EQ(before + 1, openDescriptors());
+        EXPECT_EQ(before + 1, thisProcess().descriptors);
     }
-    EXPECT_EQ(before, openDescriptors());
+    EXPECT_EQ(before, thisProcess().descriptors);
 }
 
 /// Has the signal handler, installed without SA_RESTART, run in this thread after a while.
@@ -319,12 +299,12 @@ TEST_F(RealKernel, AHundredThousandTransfersLeaveNothingBehind)
         }
     };
     transfers(1000);
-    const size_t descriptors = openDescriptors();
-    [[maybe_unused]] const long pages = residentPages();
+    const size_t descriptors = thisProcess().descriptors;
+    [[maybe_unused]] const long kibibytes = thisProcess().residentKiB;
     transfers(100000);
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, thisProcess().descriptors);
 #ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
-    EXPECT_LT(residentPages() - pages, 64);
+    EXPECT_LT(thisProcess().residentKiB - kibibytes, 256);
 #endif
 }
 

@@ -36,141 +36,75 @@ static std::function<void(ScriptedKernel&)> life(int baud, int stopBits, const s
     };
 }
 
-/// A timeline without the bytes that tcgetattr() stored: the record shows in what is restored.
-static std::string withoutStoredAttributes(std::string timeline)
-{
-    const std::string stored = " [" + hex(found().data(), found().size()) + "]";
-    for (size_t at = timeline.find(stored); at != std::string::npos; at = timeline.find(stored)) {
-        timeline.erase(at, stored.size());
-    }
-    return timeline;
-}
-
 TEST(UartInit, ChecksOpensAndSetsThePort)
 {
     const auto evenTwoStop = life(115200, 2, "even", true);
-    const Life table[] = {
-        {"a tty: set, and restored at the end",
-         {answers(7), answers(0, found()), answers(0), answers(0), names(""), answers(0), answers(0)},
-         evenTwoStop,
-         "DEBUG Baud rate: 4098\n"
-         "DEBUG Parity: 256\n"
-         "open(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 7\n"
-         "tcgetattr(7, {cflag 0x0, VTIME 0, speeds 0 0}) = 0\n"
-         "cfsetispeed({cflag 0x19f2, VTIME 5, speeds 0 0}, 4098)\n"
-         "cfsetospeed({cflag 0x19f2, VTIME 5, speeds 4098 0}, 4098)\n"
-         "tcflush(7, TCIOFLUSH) = 0\n"
-         "tcsetattr(7, TCSANOW, {cflag 0x19f2, VTIME 5, speeds 4098 4098}) = 0\n"
-         "ptsname(7) = NULL\n"
-         "returned true\n"
-         "tcsetattr(7, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0\n"
-         "close(7) = 0\n"},
-        {"a pseudo-terminal master: its slave is unlocked and named; descriptor 0 is one",
-         {answers(0), answers(0, found()), answers(0), answers(0), names("/dev/pts/9"), answers(0), answers(0),
-          fails(EIO), fails(EIO)},
-         life(9600, 1, "odd", false),
-         "DEBUG Baud rate: 13\n"
-         "DEBUG Parity: 768\n"
-         "open(\"/dev/ttyS1\", O_RDWR | O_NOCTTY | O_NONBLOCK) = 0\n"
-         "tcgetattr(0, {cflag 0x0, VTIME 0, speeds 0 0}) = 0\n"
-         "cfsetispeed({cflag 0xbbd, VTIME 5, speeds 0 0}, 13)\n"
-         "cfsetospeed({cflag 0xbbd, VTIME 5, speeds 13 0}, 13)\n"
-         "tcflush(0, TCIOFLUSH) = 0\n"
-         "tcsetattr(0, TCSANOW, {cflag 0xbbd, VTIME 5, speeds 13 13}) = 0\n"
-         "ptsname(0) = /dev/pts/9\n"
-         "grantpt(0) = 0\n"
-         "unlockpt(0) = 0\n"
-         "INFO UART slave pts: /dev/pts/9\n"
-         "returned true\n"
-         "tcsetattr(0, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = -1 EIO\n"
-         "close(0) = -1 EIO\n"},
-        {"not a terminal: the saved attributes are all zero",
-         {answers(7), fails(ENOTTY), fails(ENOTTY), fails(ENOTTY), fails(ENOTTY), answers(0)},
-         life(110, 1, "none", true),
-         "DEBUG Baud rate: 3\n"
-         "DEBUG Parity: 0\n"
-         "open(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 7\n"
-         "tcgetattr(7, {cflag 0x0, VTIME 0, speeds 0 0}) = -1 ENOTTY\n"
-         "cfsetispeed({cflag 0x8b3, VTIME 5, speeds 0 0}, 3)\n"
-         "cfsetospeed({cflag 0x8b3, VTIME 5, speeds 3 0}, 3)\n"
-         "tcflush(7, TCIOFLUSH) = -1 ENOTTY\n"
-         "ERROR Cannot clear terminal attributes\n"
-         "tcsetattr(7, TCSANOW, {cflag 0x8b3, VTIME 5, speeds 3 3}) = -1 ENOTTY\n"
-         "ERROR Failed to set new attributes\n"
-         "returned false\n"
-         "tcsetattr(7, TCSANOW, {cflag 0x0, VTIME 0, speeds 0 0}) = -1 ENOTTY\n"
-         "close(7) = 0\n"},
-        {"no such port",
-         {fails(ENOENT)},
-         evenTwoStop,
-         "DEBUG Baud rate: 4098\n"
-         "DEBUG Parity: 256\n"
-         "open(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = -1 ENOENT\n"
-         "ERROR Cannot open serial device on path /dev/ttyS1\n"
-         "returned false\n"},
-        {"a wrong rate is the first thing looked at",
-         {},
-         life(1800, 3, "Even", true),
-         "ERROR Unsupported baud rate: 1800\nreturned false\n"},
-        {"then the parity",
-         {},
-         life(115200, 3, "Even", true),
-         "DEBUG Baud rate: 4098\nERROR Wrong parity set: Even\nreturned false\n"},
-        {"then the stop bits",
-         {},
-         life(115200, 3, "even", true),
-         "DEBUG Baud rate: 4098\nDEBUG Parity: 256\nERROR Unsupported stop bits: 3\nreturned false\n"},
-        {"never opened, nothing is called",
-         {},
-         [](ScriptedKernel&) {
-             const Uart port{"", 0, 0, "", true};
-         },
-         ""},
-    };
-
-    recordLog();
-    for (const Life& row : table) {
-        SCOPED_TRACE(row.title);
-        ScriptedKernel kernel{row.script};
-        kernel.expectLinesFrom(source, "bool Uart::init()");
-        row.call(kernel);
-        EXPECT_EQ(row.timeline, withoutStoredAttributes(kernel.timeline()));
-    }
+    const Lives row{source, "bool Uart::init()"};
+    row("a tty: set, and restored at the end",
+        {answers(7), answers(0, found()), answers(0), answers(0), names(""), answers(0), answers(0)}, evenTwoStop,
+        "DEBUG Baud rate: 4098\nDEBUG Parity: 256\nopen(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 7\n"
+        "tcgetattr(7, {cflag 0x0, VTIME 0, speeds 0 0}) = 0 [60 bytes]\n"
+        "cfsetispeed({cflag 0x19f2, VTIME 5, speeds 0 0}, 4098)\n"
+        "cfsetospeed({cflag 0x19f2, VTIME 5, speeds 4098 0}, 4098)\ntcflush(7, TCIOFLUSH) = 0\n"
+        "tcsetattr(7, TCSANOW, {cflag 0x19f2, VTIME 5, speeds 4098 4098}) = 0\nptsname(7) = NULL\n"
+        "returned true\ntcsetattr(7, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0\nclose(7) = 0\n");
+    row("a pseudo-terminal master: its slave is unlocked and named; descriptor 0 is one",
+        {answers(0), answers(0, found()), answers(0), answers(0), names("/dev/pts/9"), answers(0), answers(0),
+         fails(EIO), fails(EIO)},
+        life(9600, 1, "odd", false),
+        "DEBUG Baud rate: 13\nDEBUG Parity: 768\nopen(\"/dev/ttyS1\", O_RDWR | O_NOCTTY | O_NONBLOCK) = 0\n"
+        "tcgetattr(0, {cflag 0x0, VTIME 0, speeds 0 0}) = 0 [60 bytes]\ncfsetispeed({cflag 0xbbd, VTIME 5, speeds 0 "
+        "0}, 13)\n"
+        "cfsetospeed({cflag 0xbbd, VTIME 5, speeds 13 0}, 13)\ntcflush(0, TCIOFLUSH) = 0\n"
+        "tcsetattr(0, TCSANOW, {cflag 0xbbd, VTIME 5, speeds 13 13}) = 0\nptsname(0) = /dev/pts/9\n"
+        "grantpt(0) = 0\nunlockpt(0) = 0\nINFO UART slave pts: /dev/pts/9\nreturned true\n"
+        "tcsetattr(0, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = -1 EIO\nclose(0) = -1 EIO\n");
+    row("not a terminal: the saved attributes are all zero",
+        {answers(7), fails(ENOTTY), fails(ENOTTY), fails(ENOTTY), fails(ENOTTY), answers(0)},
+        life(110, 1, "none", true),
+        "DEBUG Baud rate: 3\nDEBUG Parity: 0\nopen(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 7\n"
+        "tcgetattr(7, {cflag 0x0, VTIME 0, speeds 0 0}) = -1 ENOTTY\n"
+        "cfsetispeed({cflag 0x8b3, VTIME 5, speeds 0 0}, 3)\n"
+        "cfsetospeed({cflag 0x8b3, VTIME 5, speeds 3 0}, 3)\ntcflush(7, TCIOFLUSH) = -1 ENOTTY\n"
+        "ERROR Cannot clear terminal attributes\n"
+        "tcsetattr(7, TCSANOW, {cflag 0x8b3, VTIME 5, speeds 3 3}) = -1 ENOTTY\n"
+        "ERROR Failed to set new attributes\nreturned false\n"
+        "tcsetattr(7, TCSANOW, {cflag 0x0, VTIME 0, speeds 0 0}) = -1 ENOTTY\nclose(7) = 0\n");
+    row("no such port", {fails(ENOENT)}, evenTwoStop,
+        "DEBUG Baud rate: 4098\nDEBUG Parity: 256\nopen(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = -1 ENOENT\n"
+        "ERROR Cannot open serial device on path /dev/ttyS1\nreturned false\n");
+    row("a wrong rate is the first thing looked at", {}, life(1800, 3, "Even", true),
+        "ERROR Unsupported baud rate: 1800\nreturned false\n");
+    row("then the parity", {}, life(115200, 3, "Even", true),
+        "DEBUG Baud rate: 4098\nERROR Wrong parity set: Even\nreturned false\n");
+    row("then the stop bits", {}, life(115200, 3, "even", true),
+        "DEBUG Baud rate: 4098\nDEBUG Parity: 256\nERROR Unsupported stop bits: 3\nreturned false\n");
+    row(
+        "never opened, nothing is called", {},
+        [](ScriptedKernel&) {
+            const Uart port{"", 0, 0, "", true};
+        },
+        "");
 }
 
 TEST(UartInit, ReportsAFailedUnlock)
 {
-    const std::string until = "DEBUG Baud rate: 13\n"
-                              "DEBUG Parity: 0\n"
-                              "open(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 7\n"
+    const Lives row{source, "bool Uart::init()"};
+    const std::string until = "DEBUG Baud rate: 13\nDEBUG Parity: 0\nopen(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 7\n"
                               "tcgetattr(7, {cflag 0x0, VTIME 0, speeds 0 0}) = 0\n"
                               "cfsetispeed({cflag 0x8bd, VTIME 5, speeds 0 0}, 13)\n"
-                              "cfsetospeed({cflag 0x8bd, VTIME 5, speeds 13 0}, 13)\n"
-                              "tcflush(7, TCIOFLUSH) = 0\n"
+                              "cfsetospeed({cflag 0x8bd, VTIME 5, speeds 13 0}, 13)\ntcflush(7, TCIOFLUSH) = 0\n"
                               "tcsetattr(7, TCSANOW, {cflag 0x8bd, VTIME 5, speeds 13 13}) = 0\n"
                               "ptsname(7) = /dev/pts/9\n";
-    const std::string then = "ERROR Failed to unlock pts /dev/pts/9\n"
-                             "returned false\n"
-                             "tcsetattr(7, TCSANOW, {cflag 0x0, VTIME 0, speeds 0 0}) = 0\n"
-                             "close(7) = 0\n";
-    const Script opening = {answers(7), answers(0), answers(0), answers(0), names("/dev/pts/9")};
-    const struct {
-        Script unlocking;
-        const char* calls;
-    } table[] = {
-        {{fails(EACCES)}, "grantpt(7) = -1 EACCES\n"},
-        {{answers(0), fails(EINVAL)}, "grantpt(7) = 0\nunlockpt(7) = -1 EINVAL\n"},
-    };
-
-    recordLog();
-    for (const auto& row : table) {
-        Script script = opening;
-        script.insert(script.end(), row.unlocking.begin(), row.unlocking.end());
-        script.insert(script.end(), {answers(0), answers(0)});
-        ScriptedKernel kernel{script};
-        life(9600, 1, "none", true)(kernel);
-        EXPECT_EQ(until + row.calls + then, kernel.timeline());
-    }
+    const std::string then = "ERROR Failed to unlock pts /dev/pts/9\nreturned false\n"
+                             "tcsetattr(7, TCSANOW, {cflag 0x0, VTIME 0, speeds 0 0}) = 0\nclose(7) = 0\n";
+    row("refused by grantpt",
+        {answers(7), answers(0), answers(0), answers(0), names("/dev/pts/9"), fails(EACCES), answers(0), answers(0)},
+        life(9600, 1, "none", true), until + "grantpt(7) = -1 EACCES\n" + then);
+    row("refused by unlockpt",
+        {answers(7), answers(0), answers(0), answers(0), names("/dev/pts/9"), answers(0), fails(EINVAL), answers(0),
+         answers(0)},
+        life(9600, 1, "none", true), until + "grantpt(7) = 0\nunlockpt(7) = -1 EINVAL\n" + then);
 }
 
 TEST(UartInit, ASecondTimeRestoresAndClosesBeforeItOpens)
@@ -184,20 +118,16 @@ TEST(UartInit, ASecondTimeRestoresAndClosesBeforeItOpens)
         kernel.add("again");
         EXPECT_TRUE(port.init());
     }
-    const std::string timeline = withoutStoredAttributes(kernel.timeline());
-    EXPECT_EQ("again\n"
-              "tcsetattr(7, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0\n"
-              "close(7) = 0\n"
-              "open(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 8\n"
-              "tcgetattr(8, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0\n"
-              "cfsetispeed({cflag 0x8bd, VTIME 5, speeds 0 0}, 13)\n"
-              "cfsetospeed({cflag 0x8bd, VTIME 5, speeds 13 0}, 13)\n"
-              "tcflush(8, TCIOFLUSH) = 0\n"
-              "tcsetattr(8, TCSANOW, {cflag 0x8bd, VTIME 5, speeds 13 13}) = 0\n"
-              "ptsname(8) = NULL\n"
-              "tcsetattr(8, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0\n"
-              "close(8) = 0\n",
-              timeline.substr(timeline.find("again")));
+    const std::string& timeline = kernel.timeline();
+    EXPECT_EQ(
+        "again\n"
+        "tcsetattr(7, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0\nclose(7) = 0\n"
+        "open(\"/dev/ttyS1\", O_RDWR | O_NOCTTY) = 8\ntcgetattr(8, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0 [60 bytes]\n"
+        "cfsetispeed({cflag 0x8bd, VTIME 5, speeds 0 0}, 13)\n"
+        "cfsetospeed({cflag 0x8bd, VTIME 5, speeds 13 0}, 13)\ntcflush(8, TCIOFLUSH) = 0\n"
+        "tcsetattr(8, TCSANOW, {cflag 0x8bd, VTIME 5, speeds 13 13}) = 0\nptsname(8) = NULL\n"
+        "tcsetattr(8, TCSANOW, {cflag 0xcbd, VTIME 9, speeds 0 0}) = 0\nclose(8) = 0\n",
+        timeline.substr(timeline.find("again")));
 }
 
 TEST(UartInit, KnowsTheseRatesParitiesAndStopBitsAlone)
@@ -246,41 +176,18 @@ TEST(UartWrite, SucceedsOnTheExactCountAlone)
         errno = ENOSPC;
         kernel.returned(port.write(data));
     };
-    check<Uart>(source, "bool Uart::write(const ByteArray&)",
-                {
-                    {"all went out, of the caller's storage",
-                     State::open,
-                     {answers(2)},
-                     two,
-                     "write(7, caller's [68 69], 2) = 2\n"
-                     "returned true\n"},
-                    {"failed: the errno is the write's",
-                     State::open,
-                     {fails(EIO)},
-                     two,
-                     "write(7, caller's [68 69], 2) = -1 EIO\n"
-                     "ERROR Uart write failed: 5\n"
-                     "returned false\n"},
-                    {"short: errno as it stands",
-                     State::open,
-                     {{1, EAGAIN, {}, {}}},
-                     two,
-                     "write(7, caller's [68 69], 2) = 1 EAGAIN\n"
-                     "ERROR Uart write failed: 11\n"
-                     "returned false\n"},
-                    {"of nothing",
-                     State::open,
-                     {answers(0)},
-                     [](Uart& port, ScriptedKernel& kernel) { kernel.returned(port.write({})); },
-                     "write(7, NULL, 0) = 0\n"
-                     "returned true\n"},
-                    {"closed: no call is made",
-                     State::closed,
-                     {},
-                     two,
-                     "ERROR Uart write failed: closed\n"
-                     "returned false\n"},
-                });
+    const Transfers<Uart> row{source, "bool Uart::write(const ByteArray&)"};
+    row("all went out, of the caller's storage", State::open, {answers(2)}, two,
+        "write(7, caller's [68 69], 2) = 2\nreturned true\n");
+    row("failed: the errno is the write's", State::open, {fails(EIO)}, two,
+        "write(7, caller's [68 69], 2) = -1 EIO\nERROR Uart write failed: 5\nreturned false\n");
+    row("short: errno as it stands", State::open, {{1, EAGAIN, {}, {}}}, two,
+        "write(7, caller's [68 69], 2) = 1 EAGAIN\nERROR Uart write failed: 11\nreturned false\n");
+    row(
+        "of nothing", State::open, {answers(0)},
+        [](Uart& port, ScriptedKernel& kernel) { kernel.returned(port.write({})); },
+        "write(7, NULL, 0) = 0\nreturned true\n");
+    row("closed: no call is made", State::closed, {}, two, "ERROR Uart write failed: closed\nreturned false\n");
 }
 
 TEST(UartRead, GivesWhatArrivedAndSaysWhetherItFailed)
@@ -293,76 +200,27 @@ TEST(UartRead, GivesWhatArrivedAndSaysWhetherItFailed)
         };
     };
     const auto withoutFlag = [](Uart& port, ScriptedKernel& kernel) { kernel.returned(port.read(4)); };
-    check<Uart>(source, "ByteArray Uart::read(size_t, bool*)",
-                {
-                    {"as much as asked for",
-                     State::open,
-                     {answers(2, {1, 2})},
-                     reads(2, true),
-                     "read(7, [00 00], 2) = 2 [01 02]\n"
-                     "returned [01 02]\n"
-                     "no error\n"},
-                    {"less: cut to what arrived",
-                     State::open,
-                     {answers(1, {1})},
-                     reads(4, true),
-                     "read(7, [00 00 00 00], 4) = 1 [01]\n"
-                     "returned [01]\n"
-                     "no error\n"},
-                    {"nothing is no error",
-                     State::open,
-                     {answers(0)},
-                     reads(4, true),
-                     "read(7, [00 00 00 00], 4) = 0\n"
-                     "returned []\n"
-                     "no error\n"},
-                    {"of nothing",
-                     State::open,
-                     {answers(0)},
-                     reads(0, true),
-                     "read(7, NULL, 0) = 0\n"
-                     "returned []\n"
-                     "no error\n"},
-                    {"failed: the errno is the read's",
-                     State::open,
-                     {fails(EAGAIN)},
-                     reads(4, false),
-                     "read(7, [00 00 00 00], 4) = -1 EAGAIN\n"
-                     "ERROR Uart read failed: 11\n"
-                     "returned []\n"
-                     "error\n"},
-                    {"closed: no call is made",
-                     State::closed,
-                     {},
-                     reads(4, false),
-                     "ERROR Uart read failed: closed\n"
-                     "returned []\n"
-                     "error\n"},
-                    {"without a flag, arrived",
-                     State::open,
-                     {answers(1, {1})},
-                     withoutFlag,
-                     "read(7, [00 00 00 00], 4) = 1 [01]\n"
-                     "returned [01]\n"},
-                    {"without a flag, failed",
-                     State::open,
-                     {fails(EIO)},
-                     withoutFlag,
-                     "read(7, [00 00 00 00], 4) = -1 EIO\n"
-                     "ERROR Uart read failed: 5\n"
-                     "returned []\n"},
-                    {"without a flag, closed",
-                     State::closed,
-                     {},
-                     withoutFlag,
-                     "ERROR Uart read failed: closed\n"
-                     "returned []\n"},
-                    {"an impossible size throws before anything else",
-                     State::closed,
-                     {},
-                     [](Uart& port, ScriptedKernel& kernel) {
-                         kernel.threw([&] { port.read(std::numeric_limits<size_t>::max()); });
-                     },
-                     "threw cannot create std::vector larger than max_size()\n"},
-                });
+    const Transfers<Uart> row{source, "ByteArray Uart::read(size_t, bool*)"};
+    row("as much as asked for", State::open, {answers(2, {1, 2})}, reads(2, true),
+        "read(7, [00 00], 2) = 2 [01 02]\nreturned [01 02]\nno error\n");
+    row("less: cut to what arrived", State::open, {answers(1, {1})}, reads(4, true),
+        "read(7, [00 00 00 00], 4) = 1 [01]\nreturned [01]\nno error\n");
+    row("nothing is no error", State::open, {answers(0)}, reads(4, true),
+        "read(7, [00 00 00 00], 4) = 0\nreturned []\nno error\n");
+    row("of nothing", State::open, {answers(0)}, reads(0, true), "read(7, NULL, 0) = 0\nreturned []\nno error\n");
+    row("failed: the errno is the read's", State::open, {fails(EAGAIN)}, reads(4, false),
+        "read(7, [00 00 00 00], 4) = -1 EAGAIN\nERROR Uart read failed: 11\nreturned []\nerror\n");
+    row("closed: no call is made", State::closed, {}, reads(4, false),
+        "ERROR Uart read failed: closed\nreturned []\nerror\n");
+    row("without a flag, arrived", State::open, {answers(1, {1})}, withoutFlag,
+        "read(7, [00 00 00 00], 4) = 1 [01]\nreturned [01]\n");
+    row("without a flag, failed", State::open, {fails(EIO)}, withoutFlag,
+        "read(7, [00 00 00 00], 4) = -1 EIO\nERROR Uart read failed: 5\nreturned []\n");
+    row("without a flag, closed", State::closed, {}, withoutFlag, "ERROR Uart read failed: closed\nreturned []\n");
+    row(
+        "an impossible size throws before anything else", State::closed, {},
+        [](Uart& port, ScriptedKernel& kernel) {
+            kernel.threw([&] { port.read(std::numeric_limits<size_t>::max()); });
+        },
+        "threw cannot create std::vector larger than max_size()\n");
 }

@@ -115,10 +115,8 @@ std::string linkTarget(const std::string& path)
 std::string otherUser(const std::string& path)
 {
     const auto node = statusOf(path);
-    if (!node)
-        return {};
     for (const std::string& process : namesBelow("/proc", "")) {
-        if (!isProcessNumber(process) || process == std::to_string(getpid()))
+        if (!node || !isProcessNumber(process) || process == std::to_string(getpid()))
             continue;
         const std::string descriptors = "/proc/" + process + "/fd";
         for (const std::string& descriptor : namesBelow(descriptors, "")) {
@@ -127,7 +125,7 @@ std::string otherUser(const std::string& path)
                 return firstLine("/proc/" + process + "/comm") + " (process " + process + ")";
         }
     }
-    return {};
+    return "another program";
 }
 
 int minorNumber(const std::string& path, unsigned int majorNumber)
@@ -162,8 +160,7 @@ Failure openFailure(const std::string& path, int error, const NodeKind& kind)
         return permissionDenied(path);
     if (!S_ISCHR(node.st_mode) || (kind.majorNumber != 0 && major(node.st_rdev) != kind.majorNumber))
         return {CannotOpen, path + " is not " + kind.name};
-    const std::string user = error == EBUSY ? otherUser(path) : std::string{};
-    if (!user.empty())
-        return {CannotOpen, path + " is in use by " + user};
+    if (error == EBUSY)
+        return {CannotOpen, path + " is in use by " + otherUser(path)};
     return {CannotOpen, path + ": " + strerror(error)};
 }

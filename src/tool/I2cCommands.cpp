@@ -129,7 +129,7 @@ Row dumpedRow(Chip& chip, unsigned int firstRegister, Progress& progress)
     Row row;
     for (size_t i = 0; i < row.size(); ++i) {
         const auto reg = static_cast<uint8_t>(firstRegister + i);
-        progress.show("reading register " + hexNumber(reg));
+        progress.show("register " + hexNumber(reg) + " of 0xff");
         row[i] = chip.registerValue(reg);
     }
     return row;

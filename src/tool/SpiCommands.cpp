@@ -46,8 +46,10 @@ struct Settings {
 std::optional<Settings> settingsOf(const std::string& path)
 {
     const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
-    if (fd < 0)
-        throw openFailure(path, errno, spidevKind());
+    if (fd < 0) {
+        const int error = errno;
+        throw openFailure(path, error, spidevKind());
+    }
     Settings settings;
     const bool known = ioctl(fd, SPI_IOC_RD_MODE, &settings.mode) == 0 &&
                        ioctl(fd, SPI_IOC_RD_BITS_PER_WORD, &settings.bits) == 0 &&

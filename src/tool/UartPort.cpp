@@ -83,8 +83,9 @@ Port::Port(const Line& settings) : line(settings), uart(line.path, line.baudRate
     const bool isPty = isMultiplexer(line.path);
     if (!isPty)
         openTty();
-    if (!uart.init()) {
-        const auto error = takeLibraryError();
+    const bool open = uart.init();
+    const auto error = takeLibraryError();
+    if (!open || error) {
         if (own >= 0)
             close(own);
         throw Failure{CannotOpen, line.path + ": " + (error ? error->message : "could not be opened")};
@@ -105,15 +106,15 @@ Port::~Port()
 void Port::openTty()
 {
     own = open(line.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (own < 0)
-        throw openFailure(line.path, errno, portKind());
+    if (own < 0) {
+        const int error = errno;
+        throw openFailure(line.path, error, portKind());
+    }
     try {
         if (isatty(own) != 1)
             throw Failure{CannotOpen, line.path + " is not a serial port"};
-        if (flock(own, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-            const std::string user = otherUser(line.path);
-            throw Failure{CannotOpen, line.path + " is in use by " + (user.empty() ? "another program" : user)};
-        }
+        if (flock(own, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+            throw Failure{CannotOpen, line.path + " is in use by " + otherUser(line.path)};
     } catch (...) {
         close(own);
         throw;
@@ -140,11 +141,12 @@ void Port::findMaster()
 
 void Port::waitForPeer()
 {
+    if (slaveName.empty())
+        return;
     struct pollfd master = {own, 0, 0};
-    while (!slaveName.empty() && poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
+    while (poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
         pause(tick);
-    if (!slaveName.empty())
-        pause(milliseconds{100});  // who opens a port sets it up first, and that drops what is waiting there
+    pause(milliseconds{100});  // who opens a port sets it up first, and that drops what is waiting there
 }
 
 Port::Ready Port::wait(std::optional<milliseconds> most, int other)
@@ -178,9 +180,9 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
         bool failed = false;
         ByteArray bytes = uart.read(std::min(most, burstSize), &failed);
         const auto error = takeLibraryError();
-        throwIfSignalled();
         if (!bytes.empty())
             return bytes;
+        throwIfSignalled();
         if (failed && !slaveName.empty() && error && error->error == EIO)
             continue;  // the other side has just closed; somebody else may open it
         if (failed && error && error->error != EIO)
@@ -217,7 +219,7 @@ void Port::send(const ByteArray& bytes)
     throwIfSignalled();
     const bool sent = uart.write(bytes);
     const auto error = takeLibraryError();
-    if (!sent) {
+    if (!sent || error) {
         throwIfSignalled();
         if (error && error->error == EIO)
             throw PortGone{line.path};
@@ -228,8 +230,10 @@ void Port::send(const ByteArray& bytes)
 
 void Port::waitUntilRead()
 {
+    if (slaveName.empty())
+        return;
     const auto start = steady_clock::now();
-    const int peer = slaveName.empty() ? -1 : open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int peer = open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     int unread = 0;
     do {
         poll(nullptr, 0, static_cast<int>(tick.count()));

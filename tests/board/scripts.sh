@@ -128,11 +128,14 @@ wait $interrupted
 [ $? -eq 130 ] || fail "interrupted: another exit status"
 expect "after an interrupted program" 0 "0" "" run sh -c 'ps | grep -c "[s]leep 61"; true'
 
+scripts/board run sh -c 'while echo again; true; do sleep 0.05; done' 2>"$scratch/err" | head -n 1 >"$scratch/out"
+expect "after one whose listener left" 0 "0" "" run sh -c 'sleep 1; ps | grep -c "[e]cho again"; true'
+
 # What ends a board, and that the other one lives on.
 state=build/board/run/$one
 qemu=$(cat "$state/pid") socat=$(cat "$state/uart.pid")
-expect "a program that hangs" 124 "before" "*hung over 2 seconds*psci*" \
-    run --timeout 2 sh -c 'echo before; head -c 200k /dev/zero >/dev/ttymxc0'
+expect "a program that hangs" 124 "before" "*hung over 5 seconds*psci*" \
+    run --timeout 5 sh -c 'echo before; head -c 200k /dev/zero >/dev/ttymxc0'
 gone "/proc/$qemu/cwd" || fail "the board that hung still runs"
 gone "/proc/$socat/cwd" || fail "the pseudo-terminal of the board that hung is still there"
 gone "$state" || fail "the board that hung left its state"

@@ -46,7 +46,8 @@ public:
     ScriptedKernel& operator=(const ScriptedKernel&) = delete;
     ~ScriptedKernel();
 
-    /// Log lines from anywhere else show it: "(from FILE, FUNCTION)".
+    /// Log lines from anywhere else show it: "(from FILE, FUNCTION)". In Enter and Leave lines the host's text for the
+    /// function that logs is left out.
     void expectLinesFrom(std::string file, std::string function);
 
     /// Memory at this address is shown as "caller's": a copy of it is not.
@@ -61,6 +62,7 @@ public:
 
     // For the system calls and the appender.
     static ScriptedKernel* ofThisThread();
+    bool passesOn = false;  ///< The kernel itself answers.
     Answer next(const std::string& call);
     void finish(const std::string& call, const Answer& answer);
     [[nodiscard]] std::string memory(const void* address, size_t size) const;
@@ -73,6 +75,13 @@ private:
     std::string expectedFile;
     std::string expectedFunction;
     const void* caller = nullptr;
+};
+
+/// The same with the kernel itself answering, in the same words: descriptors that open() gives are 7, or the next ones.
+class RecordedKernel : public ScriptedKernel
+{
+public:
+    RecordedKernel();
 };
 
 /// While it lives, each system call of this thread does all it was asked to, and nothing is kept.

@@ -7,27 +7,23 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
-/// A whole life of a device, from construction to destruction.
-struct Life {
-    const char* title;
-    Script script;
-    std::function<void(ScriptedKernel&)> call;
-    const char* timeline;
-};
+/// Checks whole lives of a device, from construction to destruction; all lines come from one function.
+struct Lives {
+    std::string file;
+    std::string function;
 
-inline void check(const std::string& file, const std::string& function, const std::vector<Life>& table)
-{
-    recordLog();
-    for (const Life& row : table) {
-        SCOPED_TRACE(row.title);
-        ScriptedKernel kernel{row.script};
+    void operator()(const char* title, const Script& script, const std::function<void(ScriptedKernel&)>& call,
+                    const std::string& timeline) const
+    {
+        SCOPED_TRACE(title);
+        recordLog();
+        ScriptedKernel kernel{script};
         kernel.expectLinesFrom(file, function);
-        row.call(kernel);
-        EXPECT_EQ(row.timeline, kernel.timeline());
+        call(kernel);
+        EXPECT_EQ(timeline, kernel.timeline());
     }
-}
+};
 
 /// How a test makes, opens and closes a device: make(), opening() and closing() answer its descriptor as 7.
 template <class Device>
@@ -35,44 +31,30 @@ struct Bench;
 
 enum class State { open, closed };
 
-/// One call on a device, open or never opened.
+/// Checks single calls on a device, opened before if wanted; the timeline is that of the call alone.
 template <class Device>
-struct Transfer {
-    const char* title;
-    State state;
-    Script script;
-    std::function<void(Device&, ScriptedKernel&)> call;
-    const char* timeline;
+struct Transfers {
+    std::string file;
+    std::string function;
+
+    void operator()(const char* title, State state, const Script& script,
+                    const std::function<void(Device&, ScriptedKernel&)>& call, const std::string& timeline) const
+    {
+        SCOPED_TRACE(title);
+        recordLog();
+        const bool open = state == State::open;
+        std::optional<ScriptedKernel> kernel;
+        Device device = Bench<Device>::make();
+        if (open) {
+            kernel.emplace(Bench<Device>::opening());
+            EXPECT_TRUE(device.init());
+        }
+
+        kernel.emplace(script);
+        kernel->expectLinesFrom(file, function);
+        call(device, *kernel);
+        EXPECT_EQ(timeline, kernel->timeline());
+
+        kernel.emplace(open ? Bench<Device>::closing() : Script{});
+    }
 };
-
-/// Opens a device if wanted, calls, and destroys it; the timeline is that of the call alone.
-template <class Device>
-std::string timelineOf(State state, const Script& script, const std::string& file, const std::string& function,
-                       const std::function<void(Device&, ScriptedKernel&)>& call)
-{
-    const bool open = state == State::open;
-    std::optional<ScriptedKernel> kernel;
-    Device device = Bench<Device>::make();
-    if (open) {
-        kernel.emplace(Bench<Device>::opening());
-        EXPECT_TRUE(device.init());
-    }
-
-    kernel.emplace(script);
-    kernel->expectLinesFrom(file, function);
-    call(device, *kernel);
-    std::string timeline = kernel->timeline();
-
-    kernel.emplace(open ? Bench<Device>::closing() : Script{});
-    return timeline;
-}
-
-template <class Device>
-void check(const std::string& file, const std::string& function, const std::vector<Transfer<Device>>& table)
-{
-    recordLog();
-    for (const Transfer<Device>& row : table) {
-        SCOPED_TRACE(row.title);
-        EXPECT_EQ(row.timeline, timelineOf<Device>(row.state, row.script, file, function, row.call));
-    }
-}

@@ -12,10 +12,10 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -25,20 +25,33 @@ namespace
 
 using std::chrono::steady_clock;
 
-/// Reads until the text ends in what is waited for; five seconds at most.
-std::string readUntil(int fd, const std::string& end)
+/// Reads as long as the text is not whole; five seconds at most.
+template <typename Condition>
+std::string readWhile(int fd, Condition goesOn)
 {
     std::string text;
     const auto deadline = steady_clock::now() + std::chrono::seconds{5};
-    const auto hasEnd = [&] {
-        return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-    };
-    while (!hasEnd() && steady_clock::now() < deadline) {
+    while (goesOn(text) && steady_clock::now() < deadline) {
         struct pollfd input = {fd, POLLIN, 0};
         char byte = 0;
         if (poll(&input, 1, 100) > 0 && read(fd, &byte, 1) == 1)
             text += byte;
     }
+    return text;
+}
+
+std::string readUntil(int fd, const std::string& end)
+{
+    return readWhile(fd, [&](const std::string& text) {
+        return text.size() < end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0;
+    });
+}
+
+/// The digits of a time of day are all the same.
+std::string masked(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](char any) { return any >= '0' && any <= '9'; }, '0');
     return text;
 }
 
@@ -114,6 +127,11 @@ public:
 
     std::string shown(const std::string& end) const { return readUntil(screen, end); }
 
+    std::string shown(size_t size) const
+    {
+        return readWhile(screen, [=](const std::string& text) { return text.size() < size; });
+    }
+
     void terminate() const { kill(process, SIGTERM); }
 
     /// The exit status; the terminal has to be as it was.
@@ -152,19 +170,14 @@ struct Row {
     std::string typed;
     std::string sent;      ///< what the device gets
     std::string answered;  ///< by the device
-    std::string shown;     ///< a regular expression
+    std::string shown;
 };
 
 const Row rows[] = {
     {"keys go out as they are, Enter as CR", {}, "a\x03\r", "a\x03\r", "ok\r\n", "ok\r\r\n"},
-    {"Enter sends the line end asked for", {"--eol", "crlf"}, "a\r", "a\r\n", ".", "\\."},
-    {"local echo shows what is typed", {"-e"}, "ab\r", "ab\r", ".", "ab\r\n\\."},
-    {"each line begins with its time",
-     {"-t"},
-     "\r",
-     "\r",
-     "a\r\nb.",
-     R"(\[..:..:..\....\] a\r\r\n\[..:..:..\....\] b\.)"},
+    {"Enter sends the line end asked for", {"--eol", "crlf"}, "a\r", "a\r\n", ".", "."},
+    {"local echo shows what is typed", {"-e"}, "ab\r", "ab\r", ".", "ab\r\n."},
+    {"each line begins with its time", {"-t"}, "\r", "\r", "a\r\nb.", "[00:00:00.000] a\r\r\n[00:00:00.000] b."},
     {"hex in and out, a burst a line", {"--hex"}, "de a", "\xde", "\x01\x02", "01 02\r\n"},
     {"a digit alone is not sent", {"--hex", "-e"}, "1 23", "\x23", "\xff", "23\r\nff\r\n"},
 };
@@ -179,17 +192,7 @@ TEST(Term, CarriesBothWays)
         term.type(row.typed);
         EXPECT_EQ(row.sent, readUntil(device.master, row.sent));
         device.send(row.answered);
-        const std::string last = row.shown.substr(row.shown.size() - 1);
-        const std::string shown = term.shown(last);
-        // What is shown may end in the middle where its last character comes before; the rest follows.
-        std::string all = shown;
-        while (!std::regex_match(all, std::regex{row.shown})) {
-            const std::string more = term.shown(last);
-            if (more.empty())
-                break;
-            all += more;
-        }
-        EXPECT_TRUE(std::regex_match(all, std::regex{row.shown})) << all;
+        EXPECT_EQ(masked(row.shown), masked(term.shown(row.shown.size())));
         term.type(endKey);
         EXPECT_EQ(0, term.ended());
     }

@@ -1,4 +1,4 @@
-# shellcheck shell=sh disable=SC2154,SC2034
+# shellcheck shell=sh disable=SC2016,SC2034,SC2154
 # For the commands of a session. $tmp is a folder of the command's own.
 
 # Waits until the words, a command, succeed; at most five seconds.
