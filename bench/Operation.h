@@ -38,7 +38,8 @@ struct Operation {
 using Operations = std::vector<std::unique_ptr<Operation>>;
 
 /// run() is this call and nothing else: what callgrind counts inside run() is the operation.
-template <class Call> struct Measured final : Operation {
+template <class Call>
+struct Measured final : Operation {
     Call call;
 
     Measured(std::string operationName, size_t bytes, std::string whose, Call measuredCall)
@@ -55,10 +56,10 @@ template <class Call> struct Measured final : Operation {
 };
 
 /// Adds an operation; `call` says whether it succeeded.
-template <class Call> Operation& add(Operations& operations, std::string name, size_t size, std::string who, Call call)
+template <class Call>
+Operation& add(Operations& operations, std::string name, size_t size, std::string who, Call call)
 {
-    operations.push_back(
-        std::make_unique<Measured<Call>>(std::move(name), size, std::move(who), std::move(call)));
+    operations.push_back(std::make_unique<Measured<Call>>(std::move(name), size, std::move(who), std::move(call)));
     return *operations.back();
 }
 
@@ -68,12 +69,5 @@ void addOperations(Operations& operations);
 /// The same by other libraries, in programs that link them.
 [[gnu::weak]] void addPeers(Operations& operations);
 
-inline Operations allOperations()
-{
-    Operations operations;
-    addOperations(operations);
-    if (addPeers != nullptr) {
-        addPeers(operations);
-    }
-    return operations;
-}
+/// All of these, and one named "empty", which does nothing: what measuring itself costs.
+Operations allOperations();

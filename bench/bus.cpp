@@ -87,9 +87,8 @@ static void addI2c(Operations& operations, int fd, size_t size)
                  [=](uint8_t* buffer) { return i2cCombined(fd, data, buffer, size); });
     add(operations, "I2C writeRead", size, "serialComm", [=] { return chip.writeRead(data, size).size() == size; });
 
-    addReceivers(operations, "I2C readRegister", size, [=](uint8_t* buffer) {
-        return wrote(fd, &chipRegister, 1) && readInto(fd, buffer, size);
-    });
+    addReceivers(operations, "I2C readRegister", size,
+                 [=](uint8_t* buffer) { return wrote(fd, &chipRegister, 1) && readInto(fd, buffer, size); });
     add(operations, "I2C readRegister", size, "serialComm",
         [=] { return chip.readRegister(chipRegister, size).size() == size; });
 
@@ -119,8 +118,7 @@ static void addSpi(Operations& operations, int fd, size_t size)
     add(operations, "SPI write", size, "bare", [=] { return spiTransfer(fd, data.data(), nullptr, size); });
     add(operations, "SPI write", size, "serialComm", [=] { return chip.write(data); });
 
-    addReceivers(operations, "SPI read", size,
-                 [=](uint8_t* buffer) { return spiTransfer(fd, nullptr, buffer, size); });
+    addReceivers(operations, "SPI read", size, [=](uint8_t* buffer) { return spiTransfer(fd, nullptr, buffer, size); });
     add(operations, "SPI read", size, "serialComm", [=] { return chip.read(size).size() == size; });
 
     addReceivers(operations, "SPI writeRead", size,

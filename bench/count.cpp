@@ -12,7 +12,9 @@ static const int repetitions = 100;
 static void runOnce(Operation& operation)
 {
     operation.before(1);
+    CALLGRIND_TOGGLE_COLLECT;
     operation.run();
+    CALLGRIND_TOGGLE_COLLECT;
     operation.after(1);
 }
 
@@ -25,8 +27,9 @@ int main()
     const struct {
         const char* name;
         log4cplus::LogLevel level;
-    } logs[] = {
-        {"OFF", log4cplus::OFF_LOG_LEVEL}, {"ERROR", log4cplus::ERROR_LOG_LEVEL}, {"TRACE", log4cplus::TRACE_LOG_LEVEL}};
+    } logs[] = {{"OFF", log4cplus::OFF_LOG_LEVEL},
+                {"ERROR", log4cplus::ERROR_LOG_LEVEL},
+                {"TRACE", log4cplus::TRACE_LOG_LEVEL}};
 
     root.setLogLevel(log4cplus::OFF_LOG_LEVEL);
     const Operations operations = allOperations();
@@ -36,12 +39,12 @@ int main()
             if (operation->contestant != "serialComm" && log.level != log4cplus::OFF_LOG_LEVEL) {
                 continue;
             }
-            runOnce(*operation);  // binds symbols and warms the heap
+            runOnce(*operation);   // binds symbols and warms the heap
             CALLGRIND_DUMP_STATS;  // zeroes all counts, which CALLGRIND_ZERO_STATS does not
             for (int i = 0; i < repetitions; ++i) {
                 runOnce(*operation);
             }
-            const std::string label = operation->label() + "/" + log.name;
+            const std::string label = operation->label() + "/" + log.name + "/" + std::to_string(repetitions);
             CALLGRIND_DUMP_STATS_AT(label.c_str());
         }
     }

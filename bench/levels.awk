@@ -1,15 +1,21 @@
-# The second table of docs/performance.md from counts.tsv: what serialComm's own 16-byte operations cost by log level,
-# each as instructions / heap allocations / system calls.
+# The second table of docs/performance.md from counts.tsv and counts-arm64.tsv: what 16-byte operations cost of serialComm's,
+# by log level as instructions / heap allocations / system calls, and for AArch64.
 BEGIN {
     FS = "\t"
-    print "| operation, 16 bytes | OFF | ERROR | TRACE into a null appender |"
-    print "|---|---|---|---|"
+    print "| operation, 16 bytes | OFF | ERROR | TRACE into a null appender | AArch64, OFF: bare | fresh vector | serialComm |"
+    print "|---|---|---|---|---|---|---|"
 }
-$2 == 16 && $3 == "serialComm" {
+$2 != 16 { next }
+FNR != NR { if ($4 == "OFF") arm64[$1, $3] = $5; next }
+$3 == "serialComm" {
     if (!($1 in seen)) { seen[$1]; order[++rows] = $1 }
     cost[$1, $4] = sprintf("%d / %d / %d", $5, $6, $7)
 }
 END {
-    for (r = 1; r <= rows; ++r)
-        print "| " order[r] " | " cost[order[r], "OFF"] " | " cost[order[r], "ERROR"] " | " cost[order[r], "TRACE"] " |"
+    for (r = 1; r <= rows; ++r) {
+        o = order[r]
+        print "| " o " | " cost[o, "OFF"] " | " cost[o, "ERROR"] " | " cost[o, "TRACE"] " | " known(arm64[o, "bare"]) " | " \
+              known(arm64[o, "fresh vector"]) " | " known(arm64[o, "serialComm"]) " |"
+    }
 }
+function known(value) { return value == "" ? "–" : value }

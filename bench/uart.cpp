@@ -17,8 +17,8 @@ static bool openAndClose(const char* path)
     };
     attributes.c_cflag = B115200 | CS8 | CREAD | CLOCAL;
     attributes.c_cc[VTIME] = 5;
-    return ::tcgetattr(fd, &saved) == 0 && ::tcflush(fd, TCIOFLUSH) == 0 && ::tcsetattr(fd, TCSANOW, &attributes) == 0 &&
-           ::tcsetattr(fd, TCSANOW, &saved) == 0 && ::close(fd) == 0;
+    return ::tcgetattr(fd, &saved) == 0 && ::tcflush(fd, TCIOFLUSH) == 0 &&
+           ::tcsetattr(fd, TCSANOW, &attributes) == 0 && ::tcsetattr(fd, TCSANOW, &saved) == 0 && ::close(fd) == 0;
 }
 
 void addOperations(Operations& operations)
@@ -36,9 +36,8 @@ void addOperations(Operations& operations)
 
     for (const size_t size : {1, 16, 256, 4095}) {
         const ByteArray data(size, 'U');
-        bareLine.receiveFrom(add(operations, "UART write", size, "bare", [=] {
-            return ::write(fd, data.data(), data.size()) == static_cast<ssize_t>(size);
-        }));
+        bareLine.receiveFrom(add(operations, "UART write", size, "bare",
+                                 [=] { return ::write(fd, data.data(), data.size()) == static_cast<ssize_t>(size); }));
         line.receiveFrom(add(operations, "UART write", size, "serialComm", [=] { return port.write(data); }));
 
         bareLine.sendTo(add(operations, "UART read", size, "bare", [=, buffer = ByteArray(size)]() mutable {

@@ -85,11 +85,10 @@ void addPeers(Operations& operations)
     for (const size_t size : {1, 16, 256, 4095}) {
         const ByteArray data(size, 'U');
 
-        asioLine.receiveFrom(add(operations, "UART write", size, "Boost.Asio",
-                                 [=] { return asio.write_some(buffer(data)) == size; }));
-        asioLine.sendTo(add(operations, "UART read", size, "Boost.Asio", [=, bytes = ByteArray(size)]() mutable {
-            return asio.read_some(buffer(bytes)) == size;
-        }));
+        asioLine.receiveFrom(
+            add(operations, "UART write", size, "Boost.Asio", [=] { return asio.write_some(buffer(data)) == size; }));
+        asioLine.sendTo(add(operations, "UART read", size, "Boost.Asio",
+                            [=, bytes = ByteArray(size)]() mutable { return asio.read_some(buffer(bytes)) == size; }));
 
         libserialportLine.receiveFrom(add(operations, "UART write", size, "libserialport", [=] {
             return sp_blocking_write(port, data.data(), size, timeoutMilliseconds) == static_cast<int>(size);

@@ -4,13 +4,18 @@
 #include "serialComm/Spi.h"
 #include "serialComm/Uart.h"
 
-#include "support/Table.h"
+#include "support/ScriptedKernel.h"
+
+#include <gtest/gtest.h>
 
 #include <string.h>
 
 #include <log4cplus/logger.h>
 
+#include <cerrno>
+#include <functional>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 /// One system call of an operation, and what its failures come to.

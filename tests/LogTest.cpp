@@ -2,12 +2,17 @@
 #include "serialComm/Spi.h"
 #include "serialComm/Uart.h"
 
-#include "support/Table.h"
+#include "support/ScriptedKernel.h"
+
+#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <log4cplus/logger.h>
+
+#include <functional>
+#include <sstream>
 
 /// Opens a device as the descriptor of /dev/zero, which takes and gives any number of bytes and knows no request.
 template <class Device>

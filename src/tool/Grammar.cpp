@@ -4,6 +4,7 @@
 #include "List.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 #include <memory>
 #include <vector>
@@ -80,8 +81,9 @@ private:
         CLI::App* verb = parent.add_subcommand(name, what);
         verb->footer("Example: serialcomm " + example);
         verb->set_version_flag("--version", "serialcomm " SERIALCOMM_VERSION, "The version");
-        verb->add_flag("-v", arguments.common.verbosity,
-                       "The library's log and the bus traffic on standard error; -vv traces calls");
+        verb->add_flag_function(
+            "-v", [&values = arguments](std::int64_t count) { values.common.verbosity = static_cast<int>(count); },
+            "The library's log and the bus traffic on standard error; -vv traces calls");
         addWord(*verb, "--log-config", arguments.logConfig, "log4cplus properties instead of -v's log")
             ->type_name("FILE");
         verb->callback([&values = arguments, action] { values.run = action; });

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <exception>
@@ -22,15 +23,20 @@
 static thread_local ScriptedKernel* active = nullptr;
 static thread_local bool willing = false;
 
-ScriptedKernel::ScriptedKernel(Script answersToGive) : script(std::move(answersToGive))
+ScriptedKernel::ScriptedKernel(Script answersToGive) : script(std::move(answersToGive)), outer(active)
 {
     active = this;
 }
 
 ScriptedKernel::~ScriptedKernel()
 {
-    active = nullptr;
+    active = outer;
     EXPECT_EQ(script.size(), used) << "answers were left over after:\n" << text;
+}
+
+RecordedKernel::RecordedKernel() : ScriptedKernel(Script{})
+{
+    passesOn = true;
 }
 
 ScriptedKernel* ScriptedKernel::ofThisThread()
@@ -83,6 +89,18 @@ Answer ScriptedKernel::next(const std::string& call)
     return script[used++];
 }
 
+static std::string describe(const struct termios& attributes);
+
+static std::string stored(const ByteArray& bytes)
+{
+    struct termios attributes;
+    if (bytes.size() != sizeof attributes) {
+        return hex(bytes.data(), bytes.size());
+    }
+    memcpy(&attributes, bytes.data(), sizeof attributes);
+    return describe(attributes);
+}
+
 void ScriptedKernel::finish(const std::string& call, const Answer& answer)
 {
     std::string line = call + " = " + std::to_string(answer.result);
@@ -90,8 +108,8 @@ void ScriptedKernel::finish(const std::string& call, const Answer& answer)
         const char* name = strerrorname_np(answer.errorNumber);
         line += " " + (name != nullptr ? std::string{name} : std::to_string(answer.errorNumber));
     }
-    if (const size_t size = answer.bytes.size(); size != 0) {
-        line += " [" + (size <= 16 ? hex(answer.bytes.data(), size) : std::to_string(size) + " bytes") + "]";
+    if (!answer.bytes.empty()) {
+        line += " [" + stored(answer.bytes) + "]";
     }
     add(line);
     errno = answer.errorNumber != 0 ? answer.errorNumber : nonsense;
@@ -128,10 +146,15 @@ WillingKernel::~WillingKernel()
 
 std::string hex(const void* bytes, size_t size)
 {
+    const auto* first = static_cast<const uint8_t*>(bytes);
     std::ostringstream text;
+    if (size > 16 && std::equal(first, first + size - 1, first + 1)) {
+        text << size << "*";
+        size = 1;
+    }
     text << std::hex << std::setfill('0');
     for (size_t i = 0; i < size; ++i) {
-        text << (i == 0 ? "" : " ") << std::setw(2) << int{static_cast<const uint8_t*>(bytes)[i]};
+        text << (i == 0 ? "" : " ") << std::setw(2) << int{first[i]};
     }
     return text.str();
 }
@@ -226,15 +249,21 @@ static std::string describeFlags(int flags)
     return left == 0 ? text : text + " | " + inHex(left);
 }
 
-/// Asks the script, stores the bytes of the answer and gives the result.
-static long ask(const std::string& call, void* storage)
+/// How much the kernel stores when such a request succeeds.
+static size_t storedSize(unsigned long request, void* argument)
 {
-    const Answer answer = active->next(call);
-    if (!answer.bytes.empty()) {
-        memcpy(storage, answer.bytes.data(), answer.bytes.size());
+    switch (request) {
+    case I2C_RDWR:
+        return static_cast<struct i2c_rdwr_ioctl_data*>(argument)->msgs[1].len;
+    case SPI_IOC_MESSAGE(1):
+        return destination(request, argument) != nullptr ? static_cast<struct spi_ioc_transfer*>(argument)->len : 0;
+    case SPI_IOC_RD_MODE:
+        return sizeof(uint8_t);
+    case SPI_IOC_RD_MAX_SPEED_HZ:
+        return sizeof(uint32_t);
+    default:
+        return 0;
     }
-    active->finish(call, answer);
-    return answer.result;
 }
 
 static std::string onDescriptor(const char* name, int fd, const std::string& arguments = "")
@@ -249,6 +278,48 @@ static Function* original(const char* name)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+constexpr size_t itsResult = SIZE_MAX;
+
+/// Gives the result of a call: the kernel's, which is kept, with the bytes that it stored, or the script's, whose bytes
+/// are stored.
+///
+/// @param call Writes the call down.
+/// @param size What the kernel stores on success; `itsResult` where its result says how much.
+template <class Result, class Kernel, class Call>
+static Result ask(const Kernel& kernel, const Call& call, void* storage = nullptr, size_t size = 0)
+{
+    if (active == nullptr) {
+        return static_cast<Result>(kernel());
+    }
+    const std::string text = call();
+    Answer answer;
+    if (!active->passesOn) {
+        answer = active->next(text);
+        if (storage != nullptr) {
+            std::copy(answer.bytes.begin(), answer.bytes.end(), static_cast<uint8_t*>(storage));
+        }
+    } else if ((answer.result = kernel()) < 0) {
+        answer.errorNumber = errno;
+    } else {
+        const auto* bytes = static_cast<const uint8_t*>(storage);
+        answer.bytes.assign(bytes, bytes + (size == itsResult ? static_cast<size_t>(answer.result) : size));
+    }
+    active->finish(text, answer);
+    return static_cast<Result>(answer.result);
+}
+
+/// A descriptor that is recorded has a number as in the scripts: 7 or the next one that is free.
+static long openItself(const char* path, int flags, int mode)
+{
+    const long fd = syscall(SYS_openat, AT_FDCWD, path, flags, mode);
+    if (active == nullptr || fd < 0) {
+        return fd;
+    }
+    const long moved = syscall(SYS_fcntl, fd, F_DUPFD, 7);
+    syscall(SYS_close, fd);
+    return moved;
+}
+
 #ifndef __clang__
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // what read() shall fill is looked at before
 #endif
@@ -261,14 +332,12 @@ extern "C" int open(const char* path, int flags, ...)
     if (willing) {
         return 7;
     }
-    if (active != nullptr) {
-        return static_cast<int>(ask("open(\"" + std::string{path} + "\", " + describeFlags(flags) + ")", nullptr));
-    }
     va_list arguments;
     va_start(arguments, flags);
     const int mode = (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(arguments, int) : 0;
     va_end(arguments);
-    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+    return ask<int>([=] { return openItself(path, flags, mode); },
+                    [=] { return "open(\"" + std::string{path} + "\", " + describeFlags(flags) + ")"; });
 }
 
 extern "C" int close(int fd)
@@ -276,7 +345,7 @@ extern "C" int close(int fd)
     if (willing) {
         return 0;
     }
-    return static_cast<int>(active != nullptr ? ask(onDescriptor("close", fd), nullptr) : syscall(SYS_close, fd));
+    return ask<int>([=] { return syscall(SYS_close, fd); }, [=] { return onDescriptor("close", fd); });
 }
 
 extern "C" ssize_t read(int fd, void* buffer, size_t size)
@@ -284,10 +353,10 @@ extern "C" ssize_t read(int fd, void* buffer, size_t size)
     if (willing) {
         return static_cast<ssize_t>(size);
     }
-    if (active != nullptr) {
-        return ask(onDescriptor("read", fd, active->memory(buffer, size) + ", " + std::to_string(size)), buffer);
-    }
-    return syscall(SYS_read, fd, buffer, size);
+    return ask<ssize_t>(
+        [=] { return syscall(SYS_read, fd, buffer, size); },
+        [=] { return onDescriptor("read", fd, active->memory(buffer, size) + ", " + std::to_string(size)); }, buffer,
+        itsResult);
 }
 
 extern "C" ssize_t write(int fd, const void* buffer, size_t size)
@@ -295,10 +364,9 @@ extern "C" ssize_t write(int fd, const void* buffer, size_t size)
     if (willing) {
         return static_cast<ssize_t>(size);
     }
-    if (active != nullptr) {
-        return ask(onDescriptor("write", fd, active->memory(buffer, size) + ", " + std::to_string(size)), nullptr);
-    }
-    return syscall(SYS_write, fd, buffer, size);
+    return ask<ssize_t>(
+        [=] { return syscall(SYS_write, fd, buffer, size); },
+        [=] { return onDescriptor("write", fd, active->memory(buffer, size) + ", " + std::to_string(size)); });
 }
 
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
@@ -310,11 +378,9 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    if (active != nullptr) {
-        const std::string call = onDescriptor("ioctl", fd, describe(request, argument, *active));
-        return static_cast<int>(ask(call, destination(request, argument)));
-    }
-    return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+    return ask<int>([=] { return syscall(SYS_ioctl, fd, request, argument); },
+                    [=] { return onDescriptor("ioctl", fd, describe(request, argument, *active)); },
+                    destination(request, argument), storedSize(request, argument));
 }
 
 extern "C" int tcgetattr(int fd, struct termios* attributes) noexcept
@@ -322,10 +388,9 @@ extern "C" int tcgetattr(int fd, struct termios* attributes) noexcept
     if (willing) {
         return 0;
     }
-    if (active != nullptr) {
-        return static_cast<int>(ask(onDescriptor("tcgetattr", fd, describe(*attributes)), attributes));
-    }
-    return original<int(int, struct termios*)>("tcgetattr")(fd, attributes);
+    return ask<int>([=] { return original<int(int, struct termios*)>("tcgetattr")(fd, attributes); },
+                    [=] { return onDescriptor("tcgetattr", fd, describe(*attributes)); }, attributes,
+                    sizeof *attributes);
 }
 
 extern "C" int tcsetattr(int fd, int action, const struct termios* attributes) noexcept
@@ -333,11 +398,11 @@ extern "C" int tcsetattr(int fd, int action, const struct termios* attributes) n
     if (willing) {
         return 0;
     }
-    if (active != nullptr) {
-        const std::string when = action == TCSANOW ? "TCSANOW, " : std::to_string(action) + ", ";
-        return static_cast<int>(ask(onDescriptor("tcsetattr", fd, when + describe(*attributes)), nullptr));
-    }
-    return original<int(int, int, const struct termios*)>("tcsetattr")(fd, action, attributes);
+    return ask<int>([=] { return original<int(int, int, const struct termios*)>("tcsetattr")(fd, action, attributes); },
+                    [=] {
+                        const std::string when = action == TCSANOW ? "TCSANOW" : std::to_string(action);
+                        return onDescriptor("tcsetattr", fd, when + ", " + describe(*attributes));
+                    });
 }
 
 // These two only fill the record: they are kept, and done.
@@ -363,11 +428,11 @@ extern "C" int tcflush(int fd, int queue) noexcept
     if (willing) {
         return 0;
     }
-    if (active != nullptr) {
-        const std::string which = queue == TCIOFLUSH ? "TCIOFLUSH" : std::to_string(queue);
-        return static_cast<int>(ask(onDescriptor("tcflush", fd, which), nullptr));
-    }
-    return original<int(int, int)>("tcflush")(fd, queue);
+    return ask<int>([=] { return original<int(int, int)>("tcflush")(fd, queue); },
+                    [=] {
+                        const std::string which = queue == TCIOFLUSH ? "TCIOFLUSH" : std::to_string(queue);
+                        return onDescriptor("tcflush", fd, which);
+                    });
 }
 
 extern "C" char* ptsname(int fd) noexcept
@@ -375,26 +440,28 @@ extern "C" char* ptsname(int fd) noexcept
     if (willing) {
         return nullptr;
     }
-    static thread_local std::string name;
-    if (active != nullptr) {
-        const std::string call = onDescriptor("ptsname", fd);
-        const Answer answer = active->next(call);
-        name = answer.text;
-        active->add(call + " = " + (name.empty() ? "NULL" : name));
-        errno = nonsense;
-        return name.empty() ? nullptr : name.data();
+    if (active == nullptr) {
+        return original<char*(int)>("ptsname")(fd);
     }
-    return original<char*(int)>("ptsname")(fd);
+    static thread_local std::string name;
+    const std::string call = onDescriptor("ptsname", fd);
+    if (active->passesOn) {
+        const char* slave = original<char*(int)>("ptsname")(fd);
+        name = slave != nullptr ? slave : "";
+    } else {
+        name = active->next(call).text;
+    }
+    active->add(call + " = " + (name.empty() ? "NULL" : name));
+    errno = nonsense;
+    return name.empty() ? nullptr : name.data();
 }
 
 extern "C" int grantpt(int fd) noexcept
 {
-    return active != nullptr ? static_cast<int>(ask(onDescriptor("grantpt", fd), nullptr))
-                             : original<int(int)>("grantpt")(fd);
+    return ask<int>([=] { return original<int(int)>("grantpt")(fd); }, [=] { return onDescriptor("grantpt", fd); });
 }
 
 extern "C" int unlockpt(int fd) noexcept
 {
-    return active != nullptr ? static_cast<int>(ask(onDescriptor("unlockpt", fd), nullptr))
-                             : original<int(int)>("unlockpt")(fd);
+    return ask<int>([=] { return original<int(int)>("unlockpt")(fd); }, [=] { return onDescriptor("unlockpt", fd); });
 }

@@ -62,6 +62,7 @@ public:
 
     // For the system calls and the appender.
     static ScriptedKernel* ofThisThread();
+    bool passesOn = false;  ///< The kernel itself answers.
     Answer next(const std::string& call);
     void finish(const std::string& call, const Answer& answer);
     [[nodiscard]] std::string memory(const void* address, size_t size) const;
@@ -74,6 +75,14 @@ private:
     std::string expectedFile;
     std::string expectedFunction;
     const void* caller = nullptr;
+    ScriptedKernel* outer;  // answers again after this one
+};
+
+/// The same with the kernel itself answering, in the same words: descriptors that open() gives are 7, or the next ones.
+class RecordedKernel : public ScriptedKernel
+{
+public:
+    RecordedKernel();
 };
 
 /// While it lives, each system call of this thread does all it was asked to, and nothing is kept.
@@ -86,7 +95,7 @@ public:
     ~WillingKernel();
 };
 
-/// "19 80"
+/// "19 80"; more than 16 equal ones as "17*00"
 std::string hex(const void* bytes, size_t size);
 
 /// What this thread did, counted.

@@ -84,7 +84,7 @@ public:
     /// @par System calls
     /// One `ioctl(fd, I2C_RDWR, ...)` with two messages.
     /// @par Log lines
-    /// No Enter or Leave; ERROR "I2C ioctl I2C_RDWR failed, return: <return> error: <error>", where <error> is the
+    /// No Enter or Leave; ERROR "I2C ioctl I2C_RDWR failed, return: <return> error: <error>", where `<error>` is the
     /// system's text for errno.
     ByteArray writeRead(const ByteArray& data, size_t len) override;
 
@@ -122,7 +122,7 @@ public:
     /// One `write`, out of a buffer made for the call.
     /// @par Log lines
     /// TRACE Enter and Leave; ERROR "I2C write to register failed, requested: <requested>, written: <written>", where
-    /// <requested> does not count the register address and <written> does.
+    /// `<requested>` does not count the register address and `<written>` does.
     virtual bool writeRegister(uint8_t reg, const ByteArray& data);
 
 private:

@@ -1,3 +1,5 @@
+/// @file
+/// The bytes of a transfer, and what the synchronous buses have in common.
 #pragma once
 
 #include <stddef.h>

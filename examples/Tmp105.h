@@ -1,0 +1,31 @@
+#pragma once
+
+#include <serialComm/SyncSerialBase.h>
+
+#include <optional>
+
+/// A TMP105 temperature sensor, on I2C (addresses 0x48 to 0x4f).
+class Tmp105
+{
+public:
+    explicit Tmp105(SyncSerialBase& i2c) : bus(i2c) {}
+
+    /// Has the chip measure in steps of 1/16 degree in place of 1/2; a measurement then takes 220 ms in place of 27.
+    ///
+    ///     S Addr Wr [A] 01 [A] 60 [A] P
+    bool setFinest() { return bus.write({0x01, 0x60}); }
+
+    /// Temperature in degrees Celsius; nothing when the chip did not answer.
+    ///
+    ///     S Addr Wr [A] 00 [A] Sr Addr Rd [A] [high] A [low] NA P
+    std::optional<double> celsius()
+    {
+        const ByteArray answer = bus.writeRead({0x00}, 2);
+        if (answer.empty())
+            return std::nullopt;
+        return static_cast<int16_t>(answer[0] << 8 | answer[1]) / 256.0;  // two's complement, whole degrees in front
+    }
+
+private:
+    SyncSerialBase& bus;
+};

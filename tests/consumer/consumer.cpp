@@ -1,0 +1,39 @@
+// Uses each class once, with no header but the library's own, and needs no chip.
+#include <serialComm/I2c.h>
+#include <serialComm/Spi.h>
+#include <serialComm/Uart.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+// A derived class: its virtual table, and what dynamic_cast asks for, come out of the library.
+class SlowSpi : public Spi
+{
+public:
+    using Spi::Spi;
+    bool setMaxSpeed(int hz) override { return Spi::setMaxSpeed(hz < 100'000 ? hz : 100'000); }
+};
+
+static void expect(bool holds, const char* what)
+{
+    if (!holds) {
+        std::fprintf(stderr, "consumer: %s\n", what);
+        std::exit(EXIT_FAILURE);
+    }
+}
+
+int main()
+{
+    I2c sensor{"/dev/no-such-i2c", 0x48};
+    SlowSpi flash{"/dev/no-such-spi", 1'000'000, 0};
+    SyncSerialBase* buses[] = {&sensor, &flash};
+    for (SyncSerialBase* bus : buses)
+        expect(!bus->init(), "a node that does not exist was opened");
+    expect(dynamic_cast<Spi*>(buses[1]) != nullptr && dynamic_cast<Spi*>(buses[0]) == nullptr, "the types got lost");
+    expect(sensor.writeRead({0x00}, 2).empty(), "a closed bus answered");
+
+    Uart port{"/dev/ptmx", 115200, 1, "none", true};
+    expect(port.init() && port.write({'h', 'i', '\n'}), "a pseudo-terminal can't be written to");
+
+    std::puts("consumer: ok");
+}
