@@ -100,8 +100,9 @@ static int runWithEachFailure(const Operation& operation, bool logged)
     for (const Step& step : operation.steps) {
         for (const long result : step.failures) {
             for (int error = result == -1 ? 1 : 0; error <= (result == -1 ? lastErrno : 0); ++error) {
-                SCOPED_TRACE(operation.name + std::string{", call "} + std::to_string(&step - &operation.steps[0] + 1) +
-                             ": " + std::to_string(result) + ", errno " + std::to_string(error));
+                SCOPED_TRACE(operation.name + std::string{", call "} +
+                             std::to_string(&step - operation.steps.data() + 1) + ": " + std::to_string(result) +
+                             ", errno " + std::to_string(error));
                 const int before = counts().blocks;
                 runWith(operation, &step, {result, error, {}, {}}, logged);
                 runWith(operation, nullptr, {}, logged);
