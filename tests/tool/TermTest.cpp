@@ -100,10 +100,8 @@ public:
                 close(fd);
             std::vector<std::string> words{SERIALCOMM, "uart", "term", port};
             words.insert(words.end(), options.begin(), options.end());
-            std::vector<char*> arguments;
-            for (std::string& word : words)
-                arguments.push_back(word.data());
-            arguments.push_back(nullptr);
+            std::vector<char*> arguments(words.size() + 1);
+            std::transform(words.begin(), words.end(), arguments.begin(), [](auto& word) { return word.data(); });
             execv(arguments[0], arguments.data());
             _exit(127);
         }
