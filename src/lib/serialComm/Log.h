@@ -14,36 +14,35 @@
 /// Each source file has its own handle, obtained when the library is loaded.
 static log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
 
-inline std::string scopedFunction(const std::string& signature)
+static inline std::string scopedFunction(const std::string& signature)
 {
     return dbglog_scopedFunction != nullptr ? dbglog_scopedFunction(signature, "SerialComm") : signature;
 }
 
-// Macros, since a record carries the name and line of the method that logs. The statement itself is a function of its
-// own, so that a call that writes no line saves no registers and carries no clean-up for one; the method's name goes
-// along in `signature`, in place of that function's.
-#undef LOG4CPLUS_MACRO_FUNCTION
-#define LOG4CPLUS_MACRO_FUNCTION() signature
-
-#define OUT_OF_LINE(statement)                                 \
-    [&](const char* signature) __attribute__((cold, noinline)) \
-    {                                                          \
-        statement;                                             \
-    }                                                          \
-    (__PRETTY_FUNCTION__)
-
-#define LOG(level, message) OUT_OF_LINE(LOG4CPLUS_##level(logger, message))
-
-// The text of scopedFunction() is asked for before the message is composed: it may log as well, and log4cplus has one
-// message stream a thread.
-#define SCOPE_LINE(level, marker, detail)                                              \
-    do {                                                                               \
-        if (logger.isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                       \
-            OUT_OF_LINE(const std::string scope = scopedFunction(signature);           \
-                        LOG4CPLUS_##level(logger, marker << scope << ": " << detail)); \
-        }                                                                              \
+// One log statement, as log4cplus's own macros make it. A macro, since a record carries the name and line of the method
+// that logs. What composes the line is a function of its own, so that a call that writes none saves no registers and
+// carries no clean-up for one. `prepare` comes before the composing: it may log as well, and log4cplus has one message
+// stream a thread.
+#define LOG_LINE(level, prepare, message)                                                                       \
+    do {                                                                                                        \
+        if (logger.isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                                                \
+            [&](const char* signature) __attribute__((cold, noinline))                                          \
+            {                                                                                                   \
+                prepare;                                                                                        \
+                LOG4CPLUS_MACRO_INSTANTIATE_OSTRINGSTREAM(line);                                                \
+                line << message;                                                                                \
+                log4cplus::detail::macro_forced_log(logger, log4cplus::level##_LOG_LEVEL, line.str(), __FILE__, \
+                                                    __LINE__, signature);                                       \
+            }                                                                                                   \
+            (__PRETTY_FUNCTION__);                                                                              \
+        }                                                                                                       \
     } while (false)
 
-#define TRACE_ENTER(detail) SCOPE_LINE(TRACE, "Enter ", detail)
-#define TRACE_LEAVE(detail) SCOPE_LINE(TRACE, "Leave ", detail)
-#define INFO_LEAVE(detail) SCOPE_LINE(INFO, "Leave ", detail)
+#define LOG(level, message) LOG_LINE(level, , message)
+
+#define SCOPE_LINE(level, marker, rest) \
+    LOG_LINE(level, const std::string scope = scopedFunction(signature), marker << scope << ": " << rest)
+
+#define TRACE_ENTER(rest) SCOPE_LINE(TRACE, "Enter ", rest)
+#define TRACE_LEAVE(rest) SCOPE_LINE(TRACE, "Leave ", rest)
+#define INFO_LEAVE(rest) SCOPE_LINE(INFO, "Leave ", rest)
