@@ -28,6 +28,7 @@ using std::chrono::steady_clock;
 
 constexpr size_t burstSize = 4096;
 constexpr milliseconds pauseAfterBurst{50};
+constexpr milliseconds longestBurst{500};
 constexpr milliseconds tick{20};
 constexpr milliseconds boundToRead{5000};
 
@@ -204,8 +205,9 @@ ByteArray Port::receiveBurst(size_t most, std::optional<milliseconds> silence)
 {
     ByteArray burst = receive(most, silence);
     const size_t end = std::min(most, burstSize);
+    const auto start = steady_clock::now();
     try {
-        while (!burst.empty() && burst.size() < end) {
+        while (!burst.empty() && burst.size() < end && steady_clock::now() - start < longestBurst) {
             const ByteArray more = receive(end - burst.size(), pauseAfterBurst);
             if (more.empty())
                 break;
