@@ -49,6 +49,12 @@ PortGone goneAt(const std::string& path)
     return {{TransferFailed, path + " is gone: unplugged, or closed at the other side"}};
 }
 
+bool isHungUp(int fd)
+{
+    struct pollfd port = {fd, 0, 0};
+    return poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0;
+}
+
 /// A signal ends it early.
 void pause(milliseconds time)
 {
@@ -194,8 +200,7 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
         if (failed && error && error->error != EIO)
             throw Failure{TransferFailed, line.path + ": " + error->message};
         // Readable and yet empty, at once: hung up. Otherwise somebody else took the bytes.
-        struct pollfd port = {own, POLLIN, 0};
-        if (failed || (poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0))
+        if (failed || isHungUp(own))
             throw goneAt(line.path);
     }
     return {};
@@ -224,13 +229,17 @@ ByteArray Port::receiveBurst(size_t most, std::optional<milliseconds> silence)
 void Port::send(const ByteArray& bytes)
 {
     throwIfSignalled();
+    errno = 0;  // a short write leaves it alone
     const bool sent = uart.write(bytes);
     const auto error = takeLibraryError();
-    if (!sent || error) {
+    if (!sent) {
         throwIfSignalled();
-        if (error && error->error == EIO)
+        if (isHungUp(own))
             throw goneAt(line.path);
-        throw Failure{TransferFailed, line.path + ": " + (error ? error->message : "write failed")};
+        if (!error || error->error == 0)
+            throw Failure{TransferFailed,
+                          line.path + ": not all of " + std::to_string(bytes.size()) + " bytes went out"};
+        throw Failure{TransferFailed, line.path + ": " + error->message};
     }
     drain(bytes.size());
 }
