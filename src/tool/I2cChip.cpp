@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
+#include <linux/i2c.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -48,6 +49,11 @@ Failure initFailure(const std::string& path, int address, int error)
                 (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind")};
 }
 
+bool meansNoAnswer(int error)
+{
+    return error == ENXIO || error == EREMOTEIO || error == ETIMEDOUT || error == EIO;
+}
+
 }  // namespace
 
 std::vector<Node> i2cBuses()
@@ -73,6 +79,8 @@ unsigned long i2cFunctions(const std::string& path)
         close(fd);
     if (!known)
         throw openFailure(path, error, busKind());
+    if ((functions & I2C_FUNC_I2C) == 0)
+        throw Failure{CannotOpen, path + ": the adapter does SMBus commands alone, no plain I2C messages"};
     return functions;
 }
 
@@ -88,7 +96,10 @@ std::optional<uint8_t> Chip::registerValue(uint8_t reg)
 {
     throwIfSignalled();
     const ByteArray bytes = chip.writeRead({reg}, 1);
-    if (takeLibraryError() || bytes.empty())
+    const auto error = takeLibraryError();
+    if (error && !meansNoAnswer(error->error))
+        throw failure(1, *error);
+    if (error || bytes.empty())
         return {};
     return bytes.front();
 }
@@ -106,9 +117,9 @@ Failure Chip::failure(size_t longestMessage, const LibraryError& error) const
     if (longestMessage > driverLimit)
         return {TransferFailed, path + ": " + std::to_string(longestMessage) + " bytes in one message, i2c-dev takes " +
                                     std::to_string(driverLimit)};
-    for (const int noAnswerError : {ENXIO, EREMOTEIO, ETIMEDOUT, EIO}) {
-        if (error.error == noAnswerError)
-            return noAnswer();
-    }
+    if (meansNoAnswer(error.error))
+        return noAnswer();
+    if (error.error == EOPNOTSUPP)
+        i2cFunctions(path);  // throws where messages are what is not supported
     return {TransferFailed, path + ": " + error.message};
 }
