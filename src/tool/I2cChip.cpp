@@ -121,5 +121,5 @@ Failure Chip::failure(size_t longestMessage, const LibraryError& error) const
         return noAnswer();
     if (error.error == EOPNOTSUPP)
         i2cFunctions(path);  // throws where messages are what is not supported
-    return {TransferFailed, path + ": " + error.message};
+    return {TransferFailed, path + ": " + error.text()};
 }

@@ -109,6 +109,13 @@ void setUpLog(int verbosity, const std::string& propertiesFile)
     logger.addAppender(listener);
 }
 
+std::string LibraryError::text() const
+{
+    const std::string cause = strerror(error);
+    const bool named = error == 0 || message.find(cause) != std::string::npos;
+    return named ? message : message + ": " + cause;
+}
+
 std::optional<LibraryError> takeLibraryError()
 {
     return std::exchange(firstError, std::nullopt);

@@ -12,6 +12,9 @@ void setUpLog(int verbosity, const std::string& propertiesFile);
 struct LibraryError {
     std::string message;
     int error;  ///< errno when it was logged: a hint, no more
+
+    /// The message, and what the number means.
+    std::string text() const;
 };
 
 /// The first ERROR line since the last call.

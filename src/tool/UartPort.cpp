@@ -198,7 +198,7 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
         if (failed && !slaveName.empty() && error && error->error == EIO)
             continue;  // the other side has just closed; somebody else may open it
         if (failed && error && error->error != EIO)
-            throw Failure{TransferFailed, line.path + ": " + error->message};
+            throw Failure{TransferFailed, line.path + ": " + error->text()};
         // Readable and yet empty, at once: hung up. Otherwise somebody else took the bytes.
         if (failed || isHungUp(own))
             throw goneAt(line.path);
@@ -239,7 +239,7 @@ void Port::send(const ByteArray& bytes)
         if (!error || error->error == 0)
             throw Failure{TransferFailed,
                           line.path + ": not all of " + std::to_string(bytes.size()) + " bytes went out"};
-        throw Failure{TransferFailed, line.path + ": " + error->message};
+        throw Failure{TransferFailed, line.path + ": " + error->text()};
     }
     drain(bytes.size());
 }
