@@ -285,7 +285,7 @@ private:
 
 std::string marked(const std::string& word)
 {
-    return !word.empty() && word.front() == '[' ? mark + word : word;
+    return !word.empty() && (word.front() == '[' || word.front() == mark) ? mark + word : word;
 }
 
 std::string unmarked(const std::string& word)
