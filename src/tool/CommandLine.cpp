@@ -9,7 +9,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <iterator>
 #include <memory>
 
 namespace
@@ -69,8 +68,8 @@ Command parseCommandLine(const std::vector<std::string>& words)
     const std::string who = path + (path.empty() ? "" : ": ");
     const std::string help = "serialcomm " + path + (path.empty() ? "" : " ") + "--help";
     try {
-        std::vector<std::string> reversed;
-        std::transform(words.rbegin(), words.rend(), std::back_inserter(reversed), marked);
+        std::vector<std::string> reversed = marked(words);
+        std::reverse(reversed.begin(), reversed.end());
         app.parse(reversed);
     } catch (const CLI::CallForHelp&) {
         return {0, {}, [request] { print(request->app.help()); }};

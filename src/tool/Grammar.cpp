@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <iterator>
 #include <memory>
-#include <vector>
 
 namespace
 {
@@ -283,9 +282,19 @@ private:
 
 }  // namespace
 
-std::string marked(const std::string& word)
+std::vector<std::string> marked(const std::vector<std::string>& words)
 {
-    return !word.empty() && (word.front() == '[' || word.front() == mark) ? mark + word : word;
+    std::vector<std::string> all;
+    bool literal = false;
+    for (const std::string& word : words) {
+        if (!literal && word == "--")
+            literal = true;
+        else if (literal || (!word.empty() && (word.front() == '[' || word.front() == mark)))
+            all.push_back(mark + word);
+        else
+            all.push_back(word);
+    }
+    return all;
 }
 
 std::string unmarked(const std::string& word)
