@@ -36,19 +36,6 @@ std::string deviceName(const std::string& path, int address)
            hexNumber(static_cast<unsigned int>(address), 4).substr(2);
 }
 
-Failure initFailure(const std::string& path, int address, int error)
-{
-    if (error != EBUSY)
-        return openFailure(path, error, busKind());
-    const std::string driver = i2cDriver(path, address);
-    const std::string device = deviceName(path, address);
-    return {CannotOpen,
-            nameOf(address) + " on " + path + " is in use by " +
-                (driver.empty() ? "a kernel driver" : "the kernel driver " + driver),
-            "read it below /sys/bus/i2c/devices/" + device +
-                (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind")};
-}
-
 bool meansNoAnswer(int error)
 {
     return error == ENXIO || error == EREMOTEIO || error == ETIMEDOUT || error == EIO;
@@ -84,12 +71,25 @@ unsigned long i2cFunctions(const std::string& path)
     return functions;
 }
 
+Failure i2cInitFailure(const std::string& path, int address, int error)
+{
+    if (error != EBUSY)
+        return openFailure(path, error, busKind());
+    const std::string driver = i2cDriver(path, address);
+    const std::string device = deviceName(path, address);
+    return {CannotOpen,
+            nameOf(address) + " on " + path + " is in use by " +
+                (driver.empty() ? "a kernel driver" : "the kernel driver " + driver),
+            "read it below /sys/bus/i2c/devices/" + device +
+                (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind")};
+}
+
 Chip::Chip(const std::string& bus, int chipAddress) : path(bus), address(chipAddress), chip(path, address)
 {
     const bool open = chip.init();
     const auto error = takeLibraryError();
     if (!open)
-        throw initFailure(path, address, error ? error->error : 0);
+        throw i2cInitFailure(path, address, error ? error->error : 0);
 }
 
 std::optional<uint8_t> Chip::registerValue(uint8_t reg)

@@ -39,6 +39,9 @@ private:
     I2c chip;
 };
 
+/// Why the library could not open a chip: its bus, or the kernel driver that has it.
+Failure i2cInitFailure(const std::string& path, int address, int error);
+
 /// The kernel driver that has the chip at an address; empty when there is none.
 std::string i2cDriver(const std::string& path, int address);
 

@@ -14,6 +14,8 @@
 
 #include <linux/i2c.h>
 
+#include <cerrno>
+
 namespace
 {
 
@@ -31,8 +33,12 @@ Answer ask(const std::string& path, int address, bool byRead)
 {
     const QuietLibrary quiet;
     I2c chip{path, address};
-    if (!chip.init())
+    if (!chip.init()) {
+        const int error = errno;
+        if (error != EBUSY)
+            throw i2cInitFailure(path, address, error);
         return Answer::InUse;
+    }
     return (byRead ? !chip.read(1).empty() : chip.write({})) ? Answer::Yes : Answer::None;
 }
 
