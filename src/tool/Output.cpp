@@ -101,7 +101,10 @@ std::vector<uint8_t> readStandardInput(size_t most)
     }
 }
 
-Progress::Progress() : startedMs(nowMs()), onTerminal(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(const Common& common)
+    : startedMs(nowMs()), wanted(common.verbosity == 0 && isatty(STDERR_FILENO) == 1)
+{
+}
 
 Progress::~Progress()
 {
@@ -110,7 +113,7 @@ Progress::~Progress()
 
 void Progress::show(const std::string& what)
 {
-    if (!onTerminal || nowMs() - startedMs < 1000)
+    if (!wanted || nowMs() - startedMs < 1000)
         return;
     const std::string line = "\r\x1b[K" + what;
     shown = write(STDERR_FILENO, line.data(), line.size()) > 0;
