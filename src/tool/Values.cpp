@@ -316,7 +316,7 @@ std::chrono::milliseconds parseTimeout(const std::string& text)
     const auto seconds = number(text.substr(0, point), 10);
     const std::string fraction = text.substr(point);
     const bool half = startsWith(fraction, ".5");
-    if (!seconds || *seconds > 86400 || fraction == "." ||
+    if (!seconds || *seconds > (half ? 86399 : 86400) || fraction == "." ||
         !(fraction.empty() || consistsOf(fraction.substr(half ? 2 : 1) + "0", "0")) || (*seconds == 0 && !half))
         refuse("timeout \"" + text + "\": seconds in steps of 0.5, from 0.5 to 86400");
     return std::chrono::milliseconds{*seconds * 1000 + (half ? 500 : 0)};

@@ -211,6 +211,7 @@ TEST(Values, TimeoutsGoInHalfSeconds)
                     {"0.7", "timeout \"0.7\"" + rule},
                     {"1.", "timeout \"1.\"" + rule},
                     {".5", "timeout \".5\"" + rule},
+                    {"86400.5", "timeout \"86400.5\"" + rule},
                     {"86401", "timeout \"86401\"" + rule},
                     {"-1", "timeout \"-1\"" + rule},
                     {"1s", "timeout \"1s\"" + rule}},
