@@ -13,7 +13,8 @@ namespace
 
 constexpr char mark = '\x01';
 
-CLI::Option* addWord(CLI::App& verb, const std::string& name, std::string& value, const std::string& help)
+template <typename Value>
+CLI::Option* addWord(CLI::App& verb, const std::string& name, Value& value, const std::string& help)
 {
     return verb
         .add_option(

@@ -9,13 +9,14 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 /// Everything that a command line can say. One verb fills in its part.
 struct Arguments {
     Common common;
-    std::string logConfig;
+    std::optional<std::string> logConfig;
     std::string bus;
     I2cArguments i2c;
     SpiArguments spi;

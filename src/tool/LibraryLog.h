@@ -7,7 +7,7 @@
 
 /// verbosity 1 shows the library's log on standard error from DEBUG on, 2 from TRACE on. A log4cplus properties file
 /// takes the place of both.
-void setUpLog(int verbosity, const std::string& propertiesFile);
+void setUpLog(int verbosity, const std::optional<std::string>& propertiesFile);
 
 struct LibraryError {
     std::string message;
