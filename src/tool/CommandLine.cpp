@@ -9,7 +9,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <iterator>
 #include <memory>
 
 namespace
@@ -55,6 +54,16 @@ const CLI::App& verbOf(const CLI::App& app, const std::vector<std::string>& word
     return *verb;
 }
 
+/// CLI11 takes the letters of "-v=5" one by one, and is left with "-=5": the word as it was written.
+std::string written(const std::string& rest, const std::vector<std::string>& words)
+{
+    const auto endsWithRest = [&](const std::string& word) {
+        return word.size() > rest.size() && word.substr(word.size() - rest.size() + 1) == rest.substr(1);
+    };
+    const auto word = std::find_if(words.begin(), words.end(), endsWithRest);
+    return rest.compare(0, 2, "-=") == 0 && word != words.end() ? *word : rest;
+}
+
 }  // namespace
 
 Command parseCommandLine(const std::vector<std::string>& words)
@@ -69,8 +78,8 @@ Command parseCommandLine(const std::vector<std::string>& words)
     const std::string who = path + (path.empty() ? "" : ": ");
     const std::string help = "serialcomm " + path + (path.empty() ? "" : " ") + "--help";
     try {
-        std::vector<std::string> reversed;
-        std::transform(words.rbegin(), words.rend(), std::back_inserter(reversed), marked);
+        std::vector<std::string> reversed = marked(words);
+        std::reverse(reversed.begin(), reversed.end());
         app.parse(reversed);
     } catch (const CLI::CallForHelp&) {
         return {0, {}, [request] { print(request->app.help()); }};
@@ -78,7 +87,7 @@ Command parseCommandLine(const std::vector<std::string>& words)
         return {0, {}, [text = std::string{version.what()}] { printLine(text); }};
     } catch (const CLI::ExtrasError&) {
         const std::vector<std::string> extra = app.remaining(true);
-        const std::string word = extra.empty() ? "" : unmarked(extra.front());
+        const std::string word = extra.empty() ? "" : written(unmarked(extra.front()), words);
         if (verb.get_parent() == nullptr)
             throw Failure{WrongCommandLine, word + ": options stand after the verb", help};
         const bool option = !word.empty() && word[0] == '-';

@@ -2,12 +2,13 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 struct Command {
     int verbosity = 0;
-    std::string logConfig;
+    std::optional<std::string> logConfig;
     std::function<void()> run;
 };
 

@@ -7,14 +7,14 @@
 #include <cstdint>
 #include <iterator>
 #include <memory>
-#include <vector>
 
 namespace
 {
 
 constexpr char mark = '\x01';
 
-CLI::Option* addWord(CLI::App& verb, const std::string& name, std::string& value, const std::string& help)
+template <typename Value>
+CLI::Option* addWord(CLI::App& verb, const std::string& name, Value& value, const std::string& help)
 {
     return verb
         .add_option(
@@ -283,9 +283,19 @@ private:
 
 }  // namespace
 
-std::string marked(const std::string& word)
+std::vector<std::string> marked(const std::vector<std::string>& words)
 {
-    return !word.empty() && word.front() == '[' ? mark + word : word;
+    std::vector<std::string> all;
+    bool literal = false;
+    for (const std::string& word : words) {
+        if (!literal && word == "--")
+            literal = true;
+        else if (literal || (!word.empty() && (word.front() == '[' || word.front() == mark)))
+            all.push_back(mark + word);
+        else
+            all.push_back(word);
+    }
+    return all;
 }
 
 std::string unmarked(const std::string& word)

@@ -31,6 +31,17 @@ std::optional<struct stat> statusOf(const std::string& path)
     return status;
 }
 
+/// What the kernel says about an open file names the locks that were taken through it.
+bool holdsLock(const std::string& fdinfo)
+{
+    std::ifstream file{fdinfo};
+    for (std::string line; std::getline(file, line);) {
+        if (line.compare(0, 5, "lock:") == 0)
+            return true;
+    }
+    return false;
+}
+
 std::string names(const std::vector<Node>& nodes, const std::string& prefix)
 {
     std::string text;
@@ -115,17 +126,21 @@ std::string linkTarget(const std::string& path)
 std::string otherUser(const std::string& path)
 {
     const auto node = statusOf(path);
+    std::string user = "another program";
     for (const std::string& process : namesBelow("/proc", "")) {
         if (!node || !isProcessNumber(process) || process == std::to_string(getpid()))
             continue;
         const std::string folder = "/proc/" + process;
         for (const std::string& descriptor : namesBelow(folder + "/fd", "")) {
             const auto open = statusOf(std::string{folder}.append("/fd/").append(descriptor));
-            if (open && S_ISCHR(open->st_mode) && open->st_rdev == node->st_rdev)
-                return firstLine(folder + "/comm").append(" (process ").append(process).append(")");
+            if (!open || !S_ISCHR(open->st_mode) || open->st_rdev != node->st_rdev)
+                continue;
+            user = firstLine(folder + "/comm").append(" (process ").append(process).append(")");
+            if (holdsLock(std::string{folder}.append("/fdinfo/").append(descriptor)))
+                return user;
         }
     }
-    return "another program";
+    return user;
 }
 
 int minorNumber(const std::string& path, unsigned int majorNumber)

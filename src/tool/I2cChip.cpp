@@ -6,6 +6,7 @@
 
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
+#include <linux/i2c.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -35,17 +36,9 @@ std::string deviceName(const std::string& path, int address)
            hexNumber(static_cast<unsigned int>(address), 4).substr(2);
 }
 
-Failure initFailure(const std::string& path, int address, int error)
+bool meansNoAnswer(int error)
 {
-    if (error != EBUSY)
-        return openFailure(path, error, busKind());
-    const std::string driver = i2cDriver(path, address);
-    const std::string device = deviceName(path, address);
-    return {CannotOpen,
-            nameOf(address) + " on " + path + " is in use by " +
-                (driver.empty() ? "a kernel driver" : "the kernel driver " + driver),
-            "read it below /sys/bus/i2c/devices/" + device +
-                (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind")};
+    return error == ENXIO || error == EREMOTEIO || error == ETIMEDOUT || error == EIO;
 }
 
 }  // namespace
@@ -73,7 +66,22 @@ unsigned long i2cFunctions(const std::string& path)
         close(fd);
     if (!known)
         throw openFailure(path, error, busKind());
+    if ((functions & I2C_FUNC_I2C) == 0)
+        throw Failure{CannotOpen, path + ": the adapter does SMBus commands alone, no plain I2C messages"};
     return functions;
+}
+
+Failure i2cInitFailure(const std::string& path, int address, int error)
+{
+    if (error != EBUSY)
+        return openFailure(path, error, busKind());
+    const std::string driver = i2cDriver(path, address);
+    const std::string device = deviceName(path, address);
+    return {CannotOpen,
+            nameOf(address) + " on " + path + " is in use by " +
+                (driver.empty() ? "a kernel driver" : "the kernel driver " + driver),
+            "read it below /sys/bus/i2c/devices/" + device +
+                (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind")};
 }
 
 Chip::Chip(const std::string& bus, int chipAddress) : path(bus), address(chipAddress), chip(path, address)
@@ -81,14 +89,17 @@ Chip::Chip(const std::string& bus, int chipAddress) : path(bus), address(chipAdd
     const bool open = chip.init();
     const auto error = takeLibraryError();
     if (!open)
-        throw initFailure(path, address, error ? error->error : 0);
+        throw i2cInitFailure(path, address, error ? error->error : 0);
 }
 
 std::optional<uint8_t> Chip::registerValue(uint8_t reg)
 {
     throwIfSignalled();
     const ByteArray bytes = chip.writeRead({reg}, 1);
-    if (takeLibraryError() || bytes.empty())
+    const auto error = takeLibraryError();
+    if (error && !meansNoAnswer(error->error))
+        throw failure(1, *error);
+    if (error || bytes.empty())
         return {};
     return bytes.front();
 }
@@ -106,9 +117,9 @@ Failure Chip::failure(size_t longestMessage, const LibraryError& error) const
     if (longestMessage > driverLimit)
         return {TransferFailed, path + ": " + std::to_string(longestMessage) + " bytes in one message, i2c-dev takes " +
                                     std::to_string(driverLimit)};
-    for (const int noAnswerError : {ENXIO, EREMOTEIO, ETIMEDOUT, EIO}) {
-        if (error.error == noAnswerError)
-            return noAnswer();
-    }
-    return {TransferFailed, path + ": " + error.message};
+    if (meansNoAnswer(error.error))
+        return noAnswer();
+    if (error.error == EOPNOTSUPP)
+        i2cFunctions(path);  // throws where messages are what is not supported
+    return {TransferFailed, path + ": " + error.text()};
 }

@@ -39,8 +39,12 @@ private:
     I2c chip;
 };
 
+/// Why the library could not open a chip: its bus, or the kernel driver that has it.
+Failure i2cInitFailure(const std::string& path, int address, int error);
+
 /// The kernel driver that has the chip at an address; empty when there is none.
 std::string i2cDriver(const std::string& path, int address);
 
-/// What the bus can do, I2C_FUNC_... of <linux/i2c.h>, asked on a descriptor of our own.
+/// What the bus can do, I2C_FUNC_... of <linux/i2c.h>, asked on a descriptor of our own. Throws where it does no plain
+/// messages, which all commands need.
 unsigned long i2cFunctions(const std::string& path);

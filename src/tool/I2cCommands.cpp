@@ -160,7 +160,7 @@ void i2cDump(const Common& common, const I2cArguments& arguments)
     if (asTable)
         printLine(dumpHeader());
     Bytes values;
-    Progress progress;
+    Progress progress{common};
     for (unsigned int firstRegister = 0; firstRegister < 256; firstRegister += 16) {
         const Row row = dumpedRow(chip, firstRegister, progress);
         progress.wipe();

@@ -14,6 +14,8 @@
 
 #include <linux/i2c.h>
 
+#include <cerrno>
+
 namespace
 {
 
@@ -31,8 +33,12 @@ Answer ask(const std::string& path, int address, bool byRead)
 {
     const QuietLibrary quiet;
     I2c chip{path, address};
-    if (!chip.init())
+    if (!chip.init()) {
+        const int error = errno;
+        if (error != EBUSY)
+            throw i2cInitFailure(path, address, error);
         return Answer::InUse;
+    }
     return (byRead ? !chip.read(1).empty() : chip.write({})) ? Answer::Yes : Answer::None;
 }
 
@@ -72,7 +78,7 @@ void i2cScan(const Common& common, const I2cArguments& arguments)
     if (!common.json)
         printLine(scanHeader());
     int present = 0;
-    Progress progress;
+    Progress progress{common};
     for (int row = 0; row <= lastAddress; row += 16) {
         std::array<Answer, 16> answers{};
         for (int address = std::max(row, firstAddress); address <= std::min(row + 15, lastAddress); ++address) {
@@ -83,8 +89,10 @@ void i2cScan(const Common& common, const I2cArguments& arguments)
             const Answer answer = ask(path, address, byRead);
             answers[static_cast<size_t>(address - row)] = answer;
             present += answer == Answer::None ? 0 : 1;
-            if (common.json)
+            if (common.json) {
+                progress.wipe();
                 show(address, answer, path);
+            }
         }
         progress.wipe();
         if (!common.json)

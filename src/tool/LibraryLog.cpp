@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <utility>
 
 /// The text of a trace line is the operation as it is declared, without the word virtual.
@@ -88,13 +89,14 @@ void showOnStandardError(log4cplus::Logger& logger, int level)
 
 }  // namespace
 
-void setUpLog(int verbosity, const std::string& propertiesFile)
+void setUpLog(int verbosity, const std::optional<std::string>& propertiesFile)
 {
     log4cplus::Logger logger = libraryLogger();
-    if (!propertiesFile.empty()) {
-        if (access(propertiesFile.c_str(), R_OK) != 0)
-            throw Failure{CannotOpen, propertiesFile + ": " + strerror(errno)};
-        log4cplus::PropertyConfigurator::doConfigure(propertiesFile);
+    if (propertiesFile) {
+        const bool readable = access(propertiesFile->c_str(), R_OK) == 0;
+        if (!readable || std::filesystem::is_directory(*propertiesFile))
+            throw Failure{CannotOpen, (propertiesFile->empty() ? "\"\"" : *propertiesFile) + ": " + strerror(readable ? EISDIR : errno)};
+        log4cplus::PropertyConfigurator::doConfigure(*propertiesFile);
         log4cplus::Logger::getDefaultHierarchy().enableAll();
     } else if (verbosity > 0) {
         showOnStandardError(logger, verbosity > 1 ? log4cplus::TRACE_LOG_LEVEL : log4cplus::DEBUG_LOG_LEVEL);
@@ -107,6 +109,13 @@ void setUpLog(int verbosity, const std::string& propertiesFile)
     logger.setAdditivity(false);
     logger.setLogLevel(std::min(logger.getChainedLogLevel(), log4cplus::INFO_LOG_LEVEL));
     logger.addAppender(listener);
+}
+
+std::string LibraryError::text() const
+{
+    const std::string cause = strerror(error);
+    const bool named = error == 0 || message.find(cause) != std::string::npos;
+    return named ? message : message + ": " + cause;
 }
 
 std::optional<LibraryError> takeLibraryError()

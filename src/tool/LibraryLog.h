@@ -7,11 +7,14 @@
 
 /// verbosity 1 shows the library's log on standard error from DEBUG on, 2 from TRACE on. A log4cplus properties file
 /// takes the place of both.
-void setUpLog(int verbosity, const std::string& propertiesFile);
+void setUpLog(int verbosity, const std::optional<std::string>& propertiesFile);
 
 struct LibraryError {
     std::string message;
     int error;  ///< errno when it was logged: a hint, no more
+
+    /// The message, and what the number means.
+    std::string text() const;
 };
 
 /// The first ERROR line since the last call.

@@ -24,18 +24,18 @@ void writeAll(int fd, const void* data, size_t size, const std::string& name)
 {
     const auto* next = static_cast<const char*>(data);
     while (size > 0) {
-        throwIfSignalled();
         const ssize_t written = write(fd, next, size);
         const int error = errno;
         if (written >= 0) {
             next += written;
             size -= static_cast<size_t>(written);
-        } else if (error == EAGAIN) {
+        } else if (error == EAGAIN || error == EINTR) {
+            throwIfSignalled();  // not before: what was received is still shown
             struct pollfd room = {fd, POLLOUT, 0};
             poll(&room, 1, -1);
         } else if (error == EPIPE) {
             throw Interrupted{SIGPIPE};
-        } else if (error != EINTR) {
+        } else {
             throw Failure{TransferFailed, name + ": " + strerror(error)};
         }
     }
@@ -101,7 +101,10 @@ std::vector<uint8_t> readStandardInput(size_t most)
     }
 }
 
-Progress::Progress() : startedMs(nowMs()), onTerminal(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(const Common& common)
+    : startedMs(nowMs()), wanted(common.verbosity == 0 && isatty(STDERR_FILENO) == 1)
+{
+}
 
 Progress::~Progress()
 {
@@ -110,7 +113,7 @@ Progress::~Progress()
 
 void Progress::show(const std::string& what)
 {
-    if (!onTerminal || nowMs() - startedMs < 1000)
+    if (!wanted || nowMs() - startedMs < 1000)
         return;
     const std::string line = "\r\x1b[K" + what;
     shown = write(STDERR_FILENO, line.data(), line.size()) > 0;

@@ -30,11 +30,12 @@ std::vector<uint8_t> readStandardInput(size_t most);
 /// Writes everything to a descriptor. `name` is what the error line calls it.
 void writeAll(int fd, const void* data, size_t size, const std::string& name);
 
-/// What is being done, on a terminal on standard error, from one second after the start on.
+/// What is being done, on a terminal on standard error, from one second after the start on. The log at -v
+/// shows it as well, and takes its place.
 class Progress
 {
 public:
-    Progress();
+    explicit Progress(const Common& common);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -44,6 +45,6 @@ public:
 
 private:
     int64_t startedMs;
-    bool onTerminal;
+    bool wanted;
     bool shown = false;
 };

@@ -110,7 +110,7 @@ private:
         }
         if (error.error == ESHUTDOWN || error.error == ENODEV)
             return {TransferFailed, path + " is gone: its driver was unbound"};
-        return {TransferFailed, path + ": " + error.message};
+        return {TransferFailed, path + ": " + error.text()};
     }
 
     std::string path;

@@ -28,6 +28,7 @@ using std::chrono::steady_clock;
 
 constexpr size_t burstSize = 4096;
 constexpr milliseconds pauseAfterBurst{50};
+constexpr milliseconds longestBurst{500};
 constexpr milliseconds tick{20};
 constexpr milliseconds boundToRead{5000};
 
@@ -46,6 +47,12 @@ bool isMultiplexer(const std::string& path)
 PortGone goneAt(const std::string& path)
 {
     return {{TransferFailed, path + " is gone: unplugged, or closed at the other side"}};
+}
+
+bool isHungUp(int fd)
+{
+    struct pollfd port = {fd, 0, 0};
+    return poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0;
 }
 
 /// A signal ends it early.
@@ -191,10 +198,9 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
         if (failed && !slaveName.empty() && error && error->error == EIO)
             continue;  // the other side has just closed; somebody else may open it
         if (failed && error && error->error != EIO)
-            throw Failure{TransferFailed, line.path + ": " + error->message};
+            throw Failure{TransferFailed, line.path + ": " + error->text()};
         // Readable and yet empty, at once: hung up. Otherwise somebody else took the bytes.
-        struct pollfd port = {own, POLLIN, 0};
-        if (failed || (poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0))
+        if (failed || isHungUp(own))
             throw goneAt(line.path);
     }
     return {};
@@ -204,8 +210,9 @@ ByteArray Port::receiveBurst(size_t most, std::optional<milliseconds> silence)
 {
     ByteArray burst = receive(most, silence);
     const size_t end = std::min(most, burstSize);
+    const auto start = steady_clock::now();
     try {
-        while (!burst.empty() && burst.size() < end) {
+        while (!burst.empty() && burst.size() < end && steady_clock::now() - start < longestBurst) {
             const ByteArray more = receive(end - burst.size(), pauseAfterBurst);
             if (more.empty())
                 break;
@@ -222,13 +229,17 @@ ByteArray Port::receiveBurst(size_t most, std::optional<milliseconds> silence)
 void Port::send(const ByteArray& bytes)
 {
     throwIfSignalled();
+    errno = 0;  // a short write leaves it alone
     const bool sent = uart.write(bytes);
     const auto error = takeLibraryError();
-    if (!sent || error) {
+    if (!sent) {
         throwIfSignalled();
-        if (error && error->error == EIO)
+        if (isHungUp(own))
             throw goneAt(line.path);
-        throw Failure{TransferFailed, line.path + ": " + (error ? error->message : "write failed")};
+        if (!error || error->error == 0)
+            throw Failure{TransferFailed,
+                          line.path + ": not all of " + std::to_string(bytes.size()) + " bytes went out"};
+        throw Failure{TransferFailed, line.path + ": " + error->text()};
     }
     drain(bytes.size());
 }

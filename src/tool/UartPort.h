@@ -53,7 +53,7 @@ public:
     /// Receives what is there, as soon as there is something; empty after that much silence. Throws PortGone.
     ByteArray receive(size_t most, std::optional<milliseconds> silence);
 
-    /// The same, and what follows without a pause.
+    /// The same, and what follows without a pause, for half a second at most.
     ByteArray receiveBurst(size_t most, std::optional<milliseconds> silence);
 
     /// Sends the bytes and waits, not for ever, until they are out.

@@ -56,6 +56,8 @@ public:
     /// What Enter is: lines that come through a pipe end with LF.
     uint8_t enter() const { return isTerminal ? '\r' : '\n'; }
 
+    bool isTyped() const { return isTerminal; }
+
     /// Empty at the end of the input.
     static Bytes read()
     {
@@ -190,10 +192,10 @@ private:
             screen.showLine(hexLine(burst));
     }
 
-    /// Keys are looked at meanwhile, for the one that ends.
+    /// Keys are looked at meanwhile, for the one that ends; what comes through a pipe waits there.
     void waitForPort()
     {
-        struct pollfd input = {inputEnded ? -1 : STDIN_FILENO, POLLIN, 0};
+        struct pollfd input = {keyboard.isTyped() && !inputEnded ? STDIN_FILENO : -1, POLLIN, 0};
         if (poll(&input, 1, 500) > 0)
             take(Keyboard::read());
         throwIfSignalled();

@@ -45,25 +45,29 @@ std::optional<uint64_t> number(const std::string& text, int base)
     return result.ec == std::errc{} ? value : UINT64_MAX;
 }
 
+/// In two digits, or four.
 std::string hex(uint64_t value)
 {
     std::array<char, 20> text{};
-    std::snprintf(text.data(), text.size(), "0x%02llx", static_cast<unsigned long long>(value));
+    std::snprintf(text.data(), text.size(), "0x%0*llx", value > 0xff ? 4 : 2, static_cast<unsigned long long>(value));
     return text.data();
 }
 
-/// The digits after 0x. Without the 0x nobody knows what is meant: say both.
-std::string hexDigitsOf(const std::string& what, const std::string& text)
+/// The digits after 0x, of a value up to `most`. Without the 0x nobody knows what is meant: say both, where both fit.
+std::string hexDigitsOf(const std::string& what, const std::string& text, uint64_t most)
 {
     if (hasHexPrefix(text) && consistsOf(text.substr(2), hexDigits))
         return text.substr(2);
-    const std::string asHex = (text.size() % 2 == 0 ? "0x" : "0x0") + text;
+    const auto asHex = number(text, 16);
     const auto decimal = number(text, 10);
-    if (decimal && *decimal <= UINT16_MAX && hex(*decimal) != asHex)
-        refuse(what + " " + text + ": write " + asHex + ", or " + hex(*decimal) + " if decimal " + text + " is meant");
-    if (consistsOf(text, hexDigits))
-        refuse(what + " " + text + ": write " + asHex);
-    refuse(what + " \"" + text + "\": write it in hex, such as 0x48");
+    std::string choices;
+    if (asHex && *asHex <= most && text.size() <= 4)
+        choices = (text.size() % 2 == 0 ? "0x" : "0x0") + text;
+    if (decimal && *decimal <= most && hex(*decimal) != choices)
+        choices += (choices.empty() ? "" : ", or ") + hex(*decimal) + " if decimal " + text + " is meant";
+    if (choices.empty())
+        refuse(what + " \"" + text + "\": write it in hex, such as 0x48");
+    refuse(what + " " + text + ": write " + choices);
 }
 
 uint8_t byteOf(const std::string& pair)
@@ -127,7 +131,7 @@ std::string uartPath(const std::string& device)
 
 int parseAddress(const std::string& text)
 {
-    const uint64_t address = *number(hexDigitsOf("address", text), 16);
+    const uint64_t address = *number(hexDigitsOf("address", text, 0x7f), 16);
     if (address > 0xff)
         refuse("address " + text + " is above 0x7f");
     if (address > 0x7f)
@@ -138,7 +142,7 @@ int parseAddress(const std::string& text)
 
 Bytes parseRegister(const std::string& text)
 {
-    const std::string run = hexDigitsOf("register", text);
+    const std::string run = hexDigitsOf("register", text, UINT16_MAX);
     if (run.size() == 2)
         return {byteOf(run)};
     if (run.size() == 4)
@@ -312,7 +316,7 @@ std::chrono::milliseconds parseTimeout(const std::string& text)
     const auto seconds = number(text.substr(0, point), 10);
     const std::string fraction = text.substr(point);
     const bool half = startsWith(fraction, ".5");
-    if (!seconds || *seconds > 86400 || fraction == "." ||
+    if (!seconds || *seconds > (half ? 86399 : 86400) || fraction == "." ||
         !(fraction.empty() || consistsOf(fraction.substr(half ? 2 : 1) + "0", "0")) || (*seconds == 0 && !half))
         refuse("timeout \"" + text + "\": seconds in steps of 0.5, from 0.5 to 86400");
     return std::chrono::milliseconds{*seconds * 1000 + (half ? 500 : 0)};

@@ -64,6 +64,7 @@ TEST(Values, AddressesAreSevenBitsInHex)
          {"0x0", "0"},
          {"48", "address 48: write 0x48, or 0x30 if decimal 48 is meant"},
          {"5f", "address 5f: write 0x5f"},
+         {"104", "address 104: write 0x68 if decimal 104 is meant"},
          {"0x80", "address 0x80 is above 0x7f; data sheets that say 0x80 to write and 0x81 to read mean 0x40"},
          {"0xa1", "address 0xa1 is above 0x7f; data sheets that say 0xa0 to write and 0xa1 to read mean 0x50"},
          {"0x100", "address 0x100 is above 0x7f"},
@@ -85,6 +86,7 @@ TEST(Values, RegistersAreAsWideAsTheyAreWritten)
                     {"0x12345", "register 0x12345: at most two bytes, as in 0x0123"},
                     {"10", "register 10: write 0x10, or 0x0a if decimal 10 is meant"},
                     {"100", "register 100: write 0x0100, or 0x64 if decimal 100 is meant"},
+                    {"300", "register 300: write 0x0300, or 0x012c if decimal 300 is meant"},
                     {"1", "register 1: write 0x01"}},
                    [](const std::string& text) { return hexLine(parseRegister(text)); });
 }
@@ -209,6 +211,7 @@ TEST(Values, TimeoutsGoInHalfSeconds)
                     {"0.7", "timeout \"0.7\"" + rule},
                     {"1.", "timeout \"1.\"" + rule},
                     {".5", "timeout \".5\"" + rule},
+                    {"86400.5", "timeout \"86400.5\"" + rule},
                     {"86401", "timeout \"86401\"" + rule},
                     {"-1", "timeout \"-1\"" + rule},
                     {"1s", "timeout \"1s\"" + rule}},
