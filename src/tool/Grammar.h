@@ -24,8 +24,8 @@ struct Arguments {
     std::function<void()> run;
 };
 
-/// CLI11 takes "[1,2]" among repeated arguments apart, into two, and looks for options behind "--": such words go through
-/// with a mark before them, which the grammar takes off again, and the first "--" goes.
+/// CLI11 takes "[1,2]" among repeated arguments apart, into two, and looks for options behind "--": such words go
+/// through with a mark before them, which the grammar takes off again, and the first "--" goes.
 std::vector<std::string> marked(const std::vector<std::string>& words);
 std::string unmarked(const std::string& word);
 

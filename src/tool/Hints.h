@@ -15,7 +15,8 @@ std::string firstLine(const std::string& path);
 /// Last component of where a symbolic link leads; empty when there is none.
 std::string linkTarget(const std::string& path);
 
-/// "serialcomm (process 4711)" for another process that has the node open, if possible locked; "another program" where it can't be seen.
+/// "serialcomm (process 4711)" for another process that has the node open, if possible locked; "another program" where
+/// it can't be seen.
 std::string otherUser(const std::string& path);
 
 /// A device node that is here, and what is behind it.

@@ -95,7 +95,8 @@ void setUpLog(int verbosity, const std::optional<std::string>& propertiesFile)
     if (propertiesFile) {
         const bool readable = access(propertiesFile->c_str(), R_OK) == 0;
         if (!readable || std::filesystem::is_directory(*propertiesFile))
-            throw Failure{CannotOpen, (propertiesFile->empty() ? "\"\"" : *propertiesFile) + ": " + strerror(readable ? EISDIR : errno)};
+            throw Failure{CannotOpen, (propertiesFile->empty() ? "\"\"" : *propertiesFile) + ": " +
+                                          strerror(readable ? EISDIR : errno)};
         log4cplus::PropertyConfigurator::doConfigure(*propertiesFile);
         log4cplus::Logger::getDefaultHierarchy().enableAll();
     } else if (verbosity > 0) {
