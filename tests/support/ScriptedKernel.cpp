@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
-#include <exception>
 #include <iomanip>
 #include <sstream>
 
@@ -68,16 +67,6 @@ void ScriptedKernel::returned(bool result)
 void ScriptedKernel::returned(const ByteArray& result)
 {
     add("returned [" + hex(result.data(), result.size()) + "]");
-}
-
-void ScriptedKernel::threw(const std::function<void()>& operation)
-{
-    try {
-        operation();
-        add("threw nothing");
-    } catch (const std::exception& exception) {
-        add(std::string{"threw "} + exception.what());
-    }
 }
 
 Answer ScriptedKernel::next(const std::string& call)

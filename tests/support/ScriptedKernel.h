@@ -4,7 +4,6 @@
 
 #include <log4cplus/loglevel.h>
 
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -55,7 +54,6 @@ public:
 
     void returned(bool result);
     void returned(const ByteArray& result);
-    void threw(const std::function<void()>& operation);
     void add(const std::string& line);
 
     [[nodiscard]] const std::string& timeline() const { return text; }
