@@ -19,6 +19,7 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <optional>
@@ -130,7 +131,7 @@ TEST_F(RealKernel, ABlockingReadWaitsHalfASecond)
     const steady_clock::time_point start = steady_clock::now();
     EXPECT_EQ(ByteArray{}, slave.read(64, &error));
     const std::chrono::duration<double> waited = steady_clock::now() - start;
-    EXPECT_THAT(waited.count(), AllOf(Ge(0.49), Lt(2.0)));
+    EXPECT_THAT(waited.count(), AllOf(Ge(0.49), Lt(5.0)));
     EXPECT_FALSE(error);
     EXPECT_THAT(lines(), IsEmpty());
 }
@@ -249,18 +250,36 @@ TEST_F(RealKernel, ASecondInitLeaksNoDescriptor)
     EXPECT_EQ(before, thisProcess().descriptors);
 }
 
-/// Has the signal handler, installed without SA_RESTART, run in this thread after a while.
-static std::thread interruptsThisThreadSoon()
+/// Sends signals, whose handler is installed without SA_RESTART, to the thread that makes it, as long as it lives; two
+/// seconds at most.
+class Interrupter
 {
-    struct sigaction action {
-    };
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, nullptr);
-    return std::thread{[thread = pthread_self()] {
-        std::this_thread::sleep_for(std::chrono::milliseconds{100});
-        pthread_kill(thread, SIGUSR1);
-    }};
-}
+public:
+    Interrupter()
+    {
+        struct sigaction action {
+        };
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, nullptr);
+        sender = std::thread{[this, target = pthread_self()] {
+            for (int i = 0; i < 20 && !done; ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds{100});
+                pthread_kill(target, SIGUSR1);
+            }
+        }};
+    }
+    ~Interrupter()
+    {
+        done = true;
+        sender.join();
+    }
+    Interrupter(const Interrupter&) = delete;
+    Interrupter& operator=(const Interrupter&) = delete;
+
+private:
+    std::atomic<bool> done{false};
+    std::thread sender;
+};
 
 TEST_F(RealKernel, ASignalEndsACallAndNothingIsRetried)
 {
@@ -270,18 +289,16 @@ TEST_F(RealKernel, ASignalEndsACallAndNothingIsRetried)
     bool error = false;
 
     for (Uart* port : {&master, &slave}) {
-        std::thread interrupter = interruptsThisThreadSoon();
+        const Interrupter interrupter;
         EXPECT_EQ(ByteArray{}, port->read(64, &error));
         EXPECT_TRUE(error);
-        interrupter.join();
     }
     EXPECT_THAT(lines(), ElementsAre("ERROR Uart read failed: 4", "ERROR Uart read failed: 4"));
 
     // The first write fills the queue and is cut short; the second finds no room at all.
     for (int i = 0; i < 2; ++i) {
-        std::thread interrupter = interruptsThisThreadSoon();
+        const Interrupter interrupter;
         EXPECT_FALSE(slave.write(ByteArray(1 << 20)));
-        interrupter.join();
     }
     EXPECT_THAT(lines(), ElementsAre(StartsWith("ERROR Uart write failed: "), "ERROR Uart write failed: 4"));
 }

@@ -158,7 +158,7 @@ void Port::waitForPeer()
     struct pollfd master = {own, 0, 0};
     while (poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
         pause(tick);
-    pause(milliseconds{100});  // who opens a port sets it up first, and that drops what is waiting there
+    pause(milliseconds{250});  // who opens a port sets it up first, and that drops what is waiting there
 }
 
 Port::Ready Port::wait(std::optional<milliseconds> most, int other)

@@ -25,12 +25,12 @@ namespace
 
 using std::chrono::steady_clock;
 
-/// Reads as long as the text is not whole; five seconds at most.
+/// Reads as long as the text is not whole; half a minute at most.
 template <typename Condition>
 std::string readWhile(int fd, Condition goesOn)
 {
     std::string text;
-    const auto deadline = steady_clock::now() + std::chrono::seconds{5};
+    const auto deadline = steady_clock::now() + std::chrono::seconds{30};
     while (goesOn(text) && steady_clock::now() < deadline) {
         struct pollfd input = {fd, POLLIN, 0};
         char byte = 0;
@@ -136,7 +136,7 @@ public:
     int ended()
     {
         int status = 0;
-        const auto deadline = steady_clock::now() + std::chrono::seconds{5};
+        const auto deadline = steady_clock::now() + std::chrono::seconds{30};
         pid_t done = 0;
         while ((done = waitpid(process, &status, WNOHANG)) == 0 && steady_clock::now() < deadline)
             poll(nullptr, 0, 10);

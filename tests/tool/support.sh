@@ -1,12 +1,12 @@
 # shellcheck shell=sh disable=SC2016,SC2034,SC2154
 # For the commands of a session. $tmp is a folder of the command's own.
 
-# Waits until the words, a command, succeed; at most five seconds.
+# Waits until the words, a command, succeed; at most half a minute or so.
 await() {
     tries=0
     until eval "$1" 2>/dev/null; do
         tries=$((tries + 1))
-        if [ $tries -ge 250 ]; then
+        if [ $tries -ge 1500 ]; then
             echo "waited in vain: $1" >&2
             return 1
         fi
