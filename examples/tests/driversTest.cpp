@@ -27,6 +27,13 @@ public:
 class Barometer : public testing::TestWithParam<Dps310::Bus>
 {
 protected:
+    Barometer()  // where nothing else is said, a read fails
+    {
+        ON_CALL(bus, writeRead).WillByDefault([](const ByteArray&, size_t len) {
+            return GetParam() == Dps310::Bus::i2c ? ByteArray{} : ByteArray(len);
+        });
+    }
+
     void reads(uint8_t reg, const ByteArray& bytes)
     {
         if (GetParam() == Dps310::Bus::i2c) {
@@ -38,13 +45,7 @@ protected:
         EXPECT_CALL(bus, writeRead(ByteArray{static_cast<uint8_t>(reg | 0x80)}, reply.size())).WillOnce(Return(reply));
     }
 
-    void failsToRead()
-    {
-        EXPECT_CALL(bus, writeRead).WillOnce([this](const ByteArray&, size_t len) {
-            return GetParam() == Dps310::Bus::i2c ? ByteArray{} : ByteArray(len);
-        });
-    }
-
+    void failsToRead() { EXPECT_CALL(bus, writeRead); }
     void writes(uint8_t reg, uint8_t value) { EXPECT_CALL(bus, write(ByteArray{reg, value})).WillOnce(Return(true)); }
 
     void resets()
