@@ -23,7 +23,7 @@ int main(int argc, char* argv[])
     if (!port.init())
         return EXIT_FAILURE;  // the log says why
 
-    const std::optional<std::string> answer = Instrument{port}.ask(argv[3], std::chrono::seconds{3});
+    const std::optional<std::string> answer = Instrument{port}.ask(argv[3], std::chrono::seconds{5});
     if (!answer) {
         std::fprintf(stderr, "instrument: no answer\n");
         return EXIT_FAILURE;

@@ -1,6 +1,6 @@
 // How a chip's driver is tested without the chip: GoogleMock plays the bus.
+#include "../Dps310.h"
 #include "../Flash.h"
-#include "../Lis3dh.h"
 #include "../PayloadLog.h"
 #include "../Tmp105.h"
 
@@ -23,67 +23,159 @@ public:
     MOCK_METHOD(bool, setMaxSpeed, (int), (override));
 };
 
-TEST(Lis3dh, StartsOnEitherBus)
+// A DPS310 behind either bus: what it is asked and told, in this order.
+class Barometer : public testing::TestWithParam<Dps310::Bus>
+{
+protected:
+    Barometer()  // where nothing else is said, a read fails
+    {
+        ON_CALL(bus, writeRead).WillByDefault([](const ByteArray&, size_t len) {
+            return GetParam() == Dps310::Bus::i2c ? ByteArray{} : ByteArray(len);
+        });
+    }
+
+    void reads(uint8_t reg, const ByteArray& bytes)
+    {
+        if (GetParam() == Dps310::Bus::i2c) {
+            EXPECT_CALL(bus, writeRead(ByteArray{reg}, bytes.size())).WillOnce(Return(bytes));
+            return;
+        }
+        ByteArray reply{0xff};  // while the register's number goes out
+        reply.insert(reply.end(), bytes.begin(), bytes.end());
+        EXPECT_CALL(bus, writeRead(ByteArray{static_cast<uint8_t>(reg | 0x80)}, reply.size())).WillOnce(Return(reply));
+    }
+
+    void failsToRead() { EXPECT_CALL(bus, writeRead); }
+    void writes(uint8_t reg, uint8_t value) { EXPECT_CALL(bus, write(ByteArray{reg, value})).WillOnce(Return(true)); }
+
+    void resets()
+    {
+        reads(0x08, {0xd0});  // up, and measuring pressure for somebody else
+        writes(0x0c, 0x09);
+        reads(0x08, {0xc0});
+    }
+
+    void starts(const ByteArray& factors)
+    {
+        resets();
+        reads(0x10, factors);
+        writes(0x07, 0x80);
+        writes(0x08, 0xc7);
+        reads(0x06, {0x00, 0x80, 0xe7, 0x00});
+    }
+
+    StrictMock<MockBus> bus;
+    InSequence inThisOrder;
+    Dps310 sensor{bus, GetParam()};
+};
+
+INSTANTIATE_TEST_SUITE_P(OnI2c, Barometer, testing::Values(Dps310::Bus::i2c));
+INSTANTIATE_TEST_SUITE_P(OnSpi, Barometer, testing::Values(Dps310::Bus::spi));
+
+// 18 bytes of factors, 6 that mean nothing, and the thermometer that the factors are for.
+static const ByteArray typical{0x0e, 0x1e, 0xdd, 0x13, 0xca, 0x5f, 0x21, 0x52, 0xf9, 0xc6, 0x04, 0xd1, 0xdb,
+                               0x47, 0x00, 0x5b, 0xfb, 0x3a, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x90};
+static const ByteArray opposite{0xf1, 0xf1, 0x23, 0xec, 0x35, 0xa0, 0xde, 0xae, 0x06, 0x3a, 0xfb, 0x2f, 0x24,
+                                0xb9, 0xff, 0xa5, 0x04, 0xc6, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80};
+static const ByteArray extreme{0x80, 0x07, 0xff, 0x80, 0x00, 0x07, 0xff, 0xff, 0x80, 0x00, 0x7f, 0xff, 0x80,
+                               0x00, 0x7f, 0xff, 0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80};
+
+TEST_P(Barometer, CompensatesByTheChipsFactors)
 {
     struct Row {
         const char* title;
-        Lis3dh::Bus bus;
-        uint8_t readFlags;
-        ByteArray in_front;
+        ByteArray factors;
+        ByteArray pressureAndTemperature;
+        double celsius;
+        double pascal;
     };
     const Row rows[] = {
-        {"on I2C the reply is the register", Lis3dh::Bus::i2c, 0x80, {}},
-        {"on SPI a byte stands before it", Lis3dh::Bus::spi, 0xc0, {0xff}},
+        {"a room", typical, {0xfe, 0x2f, 0xee, 0x02, 0x69, 0xa6}, 24.738430, 92946.311422},
+        {"every sign turned", opposite, {0x01, 0xd0, 0x12, 0xfd, 0x96, 0x5a}, -200.261570, -68042.756089},
+        {"ends of the ranges", extreme, {0x80, 0x00, 0x00, 0x7f, 0xff, 0xff}, 31727.996096, 242217217.062958},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.title);
-        const auto reply = [&row](uint8_t value) {
-            ByteArray bytes = row.in_front;
-            bytes.push_back(value);
-            return bytes;
-        };
-        const auto readCommand = [&row](int reg) { return ByteArray{static_cast<uint8_t>(reg | row.readFlags)}; };
+        starts(row.factors);
+        ASSERT_TRUE(sensor.init());
 
-        StrictMock<MockBus> bus;
-        InSequence inThisOrder;
-        EXPECT_CALL(bus, writeRead(readCommand(0x0f), reply(0).size())).WillOnce(Return(reply(0x33)));
-        EXPECT_CALL(bus, write(ByteArray{0x20, 0x57})).WillOnce(Return(true));
-        EXPECT_CALL(bus, writeRead(readCommand(0x20), reply(0).size())).WillOnce(Return(reply(0x57)));
-        EXPECT_TRUE(Lis3dh(bus, row.bus).init());
+        ByteArray bytes = row.pressureAndTemperature;
+        bytes.insert(bytes.end(), {0x00, 0x80, 0xc7});  // settings, and a status that the reading has cleared
+        reads(0x08, {0xf7});
+        reads(0x00, bytes);
+        const auto measured = sensor.measure();
+        ASSERT_TRUE(measured);
+        EXPECT_NEAR(measured->celsius, row.celsius, 1e-6);
+        EXPECT_NEAR(measured->pascal, row.pascal, 1e-5);
     }
 }
 
-TEST(Lis3dh, StaysOffWithoutTheRightChip)
+TEST_P(Barometer, IsNotWrittenToBeforeItAnswers)
 {
-    const ByteArray answers[] = {{}, {0x00}, {0x32}};  // none, a dead line, another chip
-    for (const ByteArray& answer : answers) {
-        StrictMock<MockBus> bus;  // fails the test if anything is written
-        EXPECT_CALL(bus, writeRead).WillOnce(Return(answer));
-        EXPECT_FALSE(Lis3dh(bus, Lis3dh::Bus::i2c).init());
+    failsToRead();
+    EXPECT_FALSE(sensor.init());
+
+    const ByteArray notUp{0x00, 0xff, 0x40, 0x80};  // a dead line, low and high; factors or sensor not ready
+    for (const uint8_t flags : notUp) {
+        reads(0x08, {flags});
+        EXPECT_FALSE(sensor.init());
     }
 }
 
-TEST(Lis3dh, TellsAFailedTransferFromAcceleration)
+TEST_P(Barometer, DoesNotStartOverAFailedRead)
 {
-    struct Row {
-        const char* title;
-        Lis3dh::Bus bus;
-        ByteArray reply;
-        std::optional<std::array<double, 3>> axes;
+    reads(0x08, {0xc0});
+    writes(0x0c, 0x09);
+    failsToRead();  // the status after the reset
+    EXPECT_FALSE(sensor.init());
+
+    resets();
+    failsToRead();  // the factors
+    EXPECT_FALSE(sensor.init());
+
+    resets();
+    reads(0x10, typical);
+    writes(0x07, 0x80);
+    writes(0x08, 0xc7);
+    failsToRead();  // the settings
+    EXPECT_FALSE(sensor.init());
+}
+
+TEST_P(Barometer, DoesNotStartOverAFailedWrite)
+{
+    const ByteArray settings[] = {
+        {0x00, 0x00, 0xc7, 0x00},  // the thermometer was not chosen
+        {0x00, 0x80, 0xc0, 0x00},  // no measuring
+        {0x33, 0x80, 0xc7, 0x00},  // no reset: another program's settings
+        {0x00, 0x80, 0xc7, 0x04},
     };
-    const Row rows[] = {
-        {"lying flat", Lis3dh::Bus::i2c, {0x0f, 0x00, 0x00, 0x00, 0xe0, 0x00, 0x40}, {{0.0, -0.5, 1.0}}},
-        {"the same over SPI", Lis3dh::Bus::spi, {0xff, 0x0f, 0x00, 0x00, 0x00, 0xe0, 0x00, 0x40}, {{0.0, -0.5, 1.0}}},
-        {"no new value", Lis3dh::Bus::i2c, {0x00, 0x00, 0x00, 0x00, 0xe0, 0x00, 0x40}, {}},
-        {"failed on I2C: empty", Lis3dh::Bus::i2c, {}, {}},
-        {"failed on SPI: zeros, not 0 g", Lis3dh::Bus::spi, ByteArray(8), {}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.title);
-        StrictMock<MockBus> bus;
-        EXPECT_CALL(bus, writeRead).WillOnce(Return(row.reply));
-        EXPECT_EQ(Lis3dh(bus, row.bus).acceleration(), row.axes);
+    for (const ByteArray& readBack : settings) {
+        resets();
+        reads(0x10, typical);
+        writes(0x07, 0x80);
+        writes(0x08, 0xc7);
+        reads(0x06, readBack);
+        EXPECT_FALSE(sensor.init());
     }
+
+    reads(0x08, {0xc0});
+    EXPECT_CALL(bus, write).WillOnce(Return(false));  // as I2C says it
+    EXPECT_FALSE(sensor.init());
+}
+
+TEST_P(Barometer, TellsNothingNewAndFailureFromAMeasurement)
+{
+    const ByteArray nothingNew{0xc7, 0xd7, 0xe7, 0xc0, 0xff};  // none or one of the two, reset meanwhile, a dead line
+    for (const uint8_t flags : nothingNew) {
+        reads(0x08, {flags});
+        EXPECT_FALSE(sensor.measure());
+    }
+    failsToRead();
+    EXPECT_FALSE(sensor.measure());
+
+    reads(0x08, {0xf7});
+    failsToRead();
+    EXPECT_FALSE(sensor.measure());
 }
 
 TEST(Tmp105, ReadsBothSidesOfZero)

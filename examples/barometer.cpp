@@ -1,7 +1,7 @@
-// Prints the acceleration that a LIS3DH measures, and the bytes on the bus; the chip may be on either bus:
-//     accelerometer /dev/i2c-4 0x19
-//     accelerometer /dev/spidev2.0
-#include "Lis3dh.h"
+// Prints what a DPS310 measures, and the bytes on the bus; the chip may be on either bus:
+//     barometer /dev/i2c-4 0x77
+//     barometer /dev/spidev2.0
+#include "Dps310.h"
 #include "PayloadLog.h"
 
 #include <serialComm/I2c.h>
@@ -27,22 +27,27 @@ int main(int argc, char* argv[])
     else if (argc == 2)
         bus = std::make_unique<Spi>(argv[1], 1'000'000, 3);
     if (!bus) {
-        std::fprintf(stderr, "usage: accelerometer I2C-DEVICE ADDRESS, or accelerometer SPI-DEVICE\n");
+        std::fprintf(stderr, "usage: barometer I2C-DEVICE ADDRESS, or barometer SPI-DEVICE\n");
         return 2;
     }
     if (!bus->init())
         return EXIT_FAILURE;  // the log says why
 
     PayloadLog payload{*bus};
-    Lis3dh sensor{payload, argc == 3 ? Lis3dh::Bus::i2c : Lis3dh::Bus::spi};
+    Dps310 sensor{payload, argc == 3 ? Dps310::Bus::i2c : Dps310::Bus::spi};
     if (!sensor.init()) {
-        std::fprintf(stderr, "accelerometer: no LIS3DH answers\n");
+        std::fprintf(stderr, "barometer: no DPS310 answers\n");
         return EXIT_FAILURE;
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds{20});  // the first value is there after 10
 
-    const auto axes = sensor.acceleration();
-    if (!axes)
+    std::optional<Dps310::Measurement> measured = sensor.measure();
+    for (int tries = 0; !measured && tries < 20; ++tries) {  // the chip measures once a second
+        std::this_thread::sleep_for(std::chrono::milliseconds{100});
+        measured = sensor.measure();
+    }
+    if (!measured) {
+        std::fprintf(stderr, "barometer: nothing is measured\n");
         return EXIT_FAILURE;
-    std::printf("x %+.3f g, y %+.3f g, z %+.3f g\n", (*axes)[0], (*axes)[1], (*axes)[2]);
+    }
+    std::printf("%.2f degrees Celsius, %.2f hPa\n", measured->celsius, measured->pascal / 100);
 }
