@@ -38,6 +38,16 @@ void* operator new(size_t size)
     throw std::bad_alloc{};
 }
 
+/// Where there is none here, the sanitizers have one that this release() does not fit.
+void* operator new(size_t size, const std::nothrow_t&) noexcept
+{
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 static void release(void* memory, size_t size)
 {
     if (memory == nullptr) {

@@ -36,6 +36,22 @@ with_echo() {
     other_end 'exec serialcomm uart echo pty' "$1"
 }
 
+# Does the words while /dev/ttyUSB0 leads to a port that sends back what comes.
+at_ttyUSB0() {
+    other_end "exec $(example_of uart echo)" "(ln -s \$SLAVE /dev/ttyUSB0 && trap 'rm /dev/ttyUSB0' EXIT; $1)"
+}
+
+example_of() {
+    serialcomm "$@" --help | sed -n 's/^Example: //p'
+}
+
+# Does what the help of a verb gives as its example, under the line itself.
+example() {
+    line=$(example_of "$@")
+    echo "> $line"
+    eval "$line"
+}
+
 # Starts the words with their output in $tmp/out, and waits until the process, $process, heeds signals and has
 # the file open.
 start() {
