@@ -64,7 +64,7 @@ start() {
 ends_on() {
     kill -s "$1" "$process"
     tries=0
-    while kill -0 "$process" 2>/dev/null && [ "$(sed 's/.*) //; s/ .*//' "/proc/$process/stat")" != Z ]; do
+    while kill -0 "$process" 2>/dev/null && [ "$(sed 's/.*) //; s/ .*//' "/proc/$process/stat" 2>/dev/null)" != Z ]; do
         tries=$((tries + 1))
         if [ $tries -ge 100 ]; then
             echo "still there after a second"
