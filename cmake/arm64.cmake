@@ -6,10 +6,7 @@ set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
 
 cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH project)
-execute_process(COMMAND ${project}/board/have sysroot COMMAND_ERROR_IS_FATAL ANY)
-if(NOT CMAKE_HOST_SYSTEM_PROCESSOR STREQUAL "aarch64")
-    execute_process(COMMAND ${project}/scripts/need g++-aarch64-linux-gnu COMMAND_ERROR_IS_FATAL ANY)
-endif()
+execute_process(COMMAND ${project}/board/compiler COMMAND_ERROR_IS_FATAL ANY)
 
 set(CMAKE_FIND_ROOT_PATH ${project}/build/board/sysroot)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

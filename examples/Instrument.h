@@ -14,8 +14,8 @@ public:
 
     /// Sends a question and waits for the answer.
     ///
-    /// @return The answer without its line end; nothing when there was none in time or the port is gone. An answer that
-    /// comes after that is taken for the next question's.
+    /// @return The answer without its line end, CR, LF or both; nothing when there was none in time or the port is
+    /// gone. An empty line is no answer; an answer that comes too late is taken for the next question's.
     std::optional<std::string> ask(const std::string& question, std::chrono::milliseconds patience)
     {
         const std::string line = question + "\n";
@@ -33,6 +33,7 @@ public:
                 return std::nullopt;
 
             received.append(bytes.begin(), bytes.end());
+            received.erase(0, received.find_first_not_of("\r\n"));  // the LF of the answer before comes on its own
             const size_t end = received.find_first_of("\r\n");
             if (end != std::string::npos)
                 return received.substr(0, end);

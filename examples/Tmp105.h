@@ -4,16 +4,11 @@
 
 #include <optional>
 
-/// A TMP105 temperature sensor, on I2C (addresses 0x48 to 0x4f).
+/// A TMP105 temperature sensor, on I2C (address 0x48 or 0x49).
 class Tmp105
 {
 public:
     explicit Tmp105(SyncSerialBase& i2c) : bus(i2c) {}
-
-    /// Has the chip measure in steps of 1/16 degree in place of 1/2; a measurement then takes 220 ms in place of 27.
-    ///
-    ///     S Addr Wr [A] 01 [A] 60 [A] P
-    bool setFinest() { return bus.write({0x01, 0x60}); }
 
     /// Temperature in degrees Celsius; nothing when the chip did not answer.
     ///

@@ -173,6 +173,51 @@ TEST_F(RealKernel, TheOtherSideGoesAway)
     EXPECT_THAT(lines(), ElementsAre("ERROR Uart write failed: 5"));
 }
 
+/// Destroys a port while another thread is in the middle of a call on its other side.
+static std::thread closesSoon(std::optional<Uart>& port)
+{
+    return std::thread{[&port] {
+        std::this_thread::sleep_for(std::chrono::milliseconds{100});
+        port.reset();
+    }};
+}
+
+TEST_F(RealKernel, TheOtherSideGoesAwayInTheMiddleOfACall)
+{
+    std::optional<Uart> master;
+    std::optional<Uart> slave;
+    const auto open = [&] {
+        master.emplace("/dev/ptmx", 115200, 1, "none", true);
+        slave.emplace(slaveOf(*master), 115200, 1, "none", true);
+        ASSERT_TRUE(slave->init());
+    };
+    bool error = false;
+
+    open();
+    std::thread closer = closesSoon(slave);
+    EXPECT_EQ(ByteArray{}, master->read(64, &error)) << "it would wait for ever";
+    EXPECT_TRUE(error);
+    closer.join();
+    EXPECT_THAT(lines(), ElementsAre("ERROR Uart read failed: 5"));
+
+    open();
+    closer = closesSoon(master);
+    EXPECT_EQ(ByteArray{}, slave->read(64, &error));
+    closer.join();
+    if (error) {  // the close was noticed first, otherwise the hangup that comes with it
+        EXPECT_THAT(lines(), ElementsAre("ERROR Uart read failed: 5"));
+    }
+    EXPECT_EQ(ByteArray{}, slave->read(64, &error)) << "a hung-up tty reads as empty";
+    EXPECT_FALSE(error);
+    EXPECT_THAT(lines(), IsEmpty());
+
+    open();
+    closer = closesSoon(master);
+    EXPECT_FALSE(slave->write(ByteArray(1 << 20))) << "nobody reads";
+    closer.join();
+    EXPECT_THAT(lines(), ElementsAre(StartsWith("ERROR Uart write failed: ")));
+}
+
 TEST_F(RealKernel, AttributesAreRestoredAsASecondDescriptorSees)
 {
     Uart master = newPseudoTerminal();

@@ -50,6 +50,24 @@ TEST_F(InstrumentTest, PutsTheAnswerTogether)
     EXPECT_EQ(question, "*IDN?\n");
 }
 
+TEST_F(InstrumentTest, ALineEndMayComeInTwoPieces)
+{
+    Uart port{ptsname(master), 9600, 1, "none", true};
+    ASSERT_TRUE(port.init());
+
+    std::thread instrument{[this] {
+        for (const char* answer : {"first\r", "\nsecond\r", "\nthird\r\n"}) {
+            heard();
+            say(answer);
+        }
+    }};
+    Instrument driver{port};
+    EXPECT_EQ(driver.ask("1?", 5s), "first");
+    EXPECT_EQ(driver.ask("2?", 5s), "second");
+    EXPECT_EQ(driver.ask("3?", 5s), "third");
+    instrument.join();
+}
+
 TEST_F(InstrumentTest, GivesUpOnSilence)
 {
     Uart port{ptsname(master), 9600, 1, "none", true};

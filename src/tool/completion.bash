@@ -4,15 +4,20 @@
 
 _serialcomm() {
     local program=${COMP_WORDS[0]} current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local words=() word
+    local words=() word help value=""
+    help=$("$program" --help 2>/dev/null)
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        [[ $word == -* ]] || words+=("$word")
+        if [ -n "$value" ]; then
+            value=""
+        elif [[ $word == -* ]]; then
+            value=$(grep -E "^  (-.,)?$word(,--[a-z-]+)? [A-Z]" <<<"$help")
+        else
+            words+=("$word")
+            [ ${#words[@]} -gt 2 ] || help=$("$program" "${words[@]}" --help 2>/dev/null)
+        fi
     done
 
-    local call=("${words[@]:0:2}")  # bus and verb, or list alone
-    [ "${call[0]-}" != list ] || call=(list)
-    local help candidates="" values=""
-    help=$("$program" "${call[@]}" --help 2>/dev/null)
+    local call=("${words[@]:0:2}") candidates="" values=""  # bus and verb, or list
 
     # "  --parity P   none, even or odd; none when left out": the words in front of the semicolon
     if [[ $previous == --* ]]; then

@@ -64,6 +64,7 @@ expect "a time limit that is none" 2 "" "*takes seconds, not 'soon'" run --timeo
 expect "nothing to run" 2 "" "scripts/board: run what?*" run
 expect "a shell without a terminal" 2 "" "*needs a terminal*" board
 expect "a board's name that leads elsewhere" 2 "" "*BOARD='../x' is no name*" env BOARD=../x scripts/board start
+expect "a stop of what is not the name's place" 2 "" "scripts/board: stop takes no argument $one*" board stop $one
 expect "the temperature of no board" 2 "" "*no board $one is started*" env BOARD=$one scripts/board temperature 20
 
 # Two boards at once.
@@ -146,6 +147,7 @@ expect "stop after the end" 0 "" "" board stop
 # A board for one command, with another chip on it.
 expect "one command, another chip" 0 "0x00" "" run --device tmp105,bus=i2c-bus.4,address=0x49 i2cget -y 4 0x49 0
 expect "a chip that QEMU does not know" 70 "" "*QEMU did not start*no-such-chip*" run --device no-such-chip true
+expect "options that QEMU refuses" 70 "" "*QEMU did not start*bogus*" run --machine-args -bogus true
 expect "a program that hangs, alone" 124 "" "*hung over 1 seconds*" run --timeout 1 sleep 61
 scripts/board run sleep 61 &
 killed=$!

@@ -77,8 +77,8 @@ public:
     ///
     /// The messages carry the address themselves, so that this call also reaches a chip that a kernel driver has.
     ///
-    /// @param data Bytes to send, at most 65535, out of the caller's storage.
-    /// @param len Bytes to receive, at most 65535. Both messages are passed even when empty.
+    /// @param data Bytes to send, at most 65535, out of the caller's storage; i2c-dev takes 8192 (EINVAL above).
+    /// @param len Bytes to receive, with the same bounds. Both messages are passed even when empty.
     /// @return `len` bytes; empty after a failure. Longer messages, which the kernel would cut to 16 bits and report as
     /// done, are refused with errno 90 (EMSGSIZE), without a system call.
     /// @par System calls

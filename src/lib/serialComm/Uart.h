@@ -47,7 +47,8 @@ public:
 
     /// Opens the port, applies the line settings and drops what was waiting in either direction. On a pseudo-terminal
     /// master it then unlocks the slave and logs its name. A second call puts the settings back and closes the earlier
-    /// descriptor just before it opens the port again.
+    /// descriptor just before it opens the port again. Threads that open masters take turns: ptsname(3) has one buffer
+    /// for all, and the name in the log may otherwise be another's.
     ///
     /// @return true when open and set; false otherwise. After "Failed to set new attributes" and "Failed to unlock pts"
     /// the descriptor is open all the same, and transfers use it.
@@ -82,8 +83,8 @@ public:
     /// | false    | bytes   | those, at once                                   | false  |
     /// | false    | nothing | empty, at once, with errno 11 (EAGAIN) in the log | true   |
     ///
-    /// A pseudo-terminal master has no 0.5 s: blocking, it waits until there is a byte. A port that is gone reads as
-    /// empty at once, without an error.
+    /// A tty that is gone reads as empty at once, without an error. A pseudo-terminal master has no 0.5 s: blocking, it
+    /// waits until there is a byte, or the other side closes: then, and until it is opened again, errno is 5 (EIO).
     ///
     /// @param size Most bytes to receive.
     /// @param error Where to say whether the call failed; may be null.
