@@ -98,7 +98,10 @@ Command parseCommandLine(const std::vector<std::string>& words)
                       help};
     } catch (const CLI::ArgumentMismatch& error) {
         const std::string text = error.what();
-        throw Failure{WrongCommandLine, who + text.substr(0, text.find(':')) + " needs a value", help};
+        const std::string name = text.substr(0, text.find_first_of(": "));
+        if (text.find("flag override") != std::string::npos)
+            throw Failure{WrongCommandLine, who + "--" + name + " takes no value", help};
+        throw Failure{WrongCommandLine, who + name + " needs a value", help};
     } catch (const CLI::ParseError& error) {
         throw Failure{WrongCommandLine, who + error.what(), help};
     }

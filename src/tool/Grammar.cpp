@@ -44,6 +44,18 @@ void addWords(CLI::App& verb, const std::string& name, std::vector<std::string>&
         ->required();
 }
 
+/// A flag says nothing but that it is there: not "--dry-run=false".
+void addFlag(CLI::App& verb, const std::string& name, bool& value, const std::string& help)
+{
+    verb.add_flag(name, value, help)->disable_flag_override();
+}
+
+/// For words that may be left out, where an empty one would be taken for none.
+std::string refuseEmpty(const std::string& word)
+{
+    return word.empty() ? "must not be empty" : "";
+}
+
 class Grammar
 {
 public:
@@ -92,16 +104,18 @@ private:
 
     void addDryRun(CLI::App& verb)
     {
-        verb.add_flag("-n,--dry-run", arguments.common.dryRun, "Print the traffic, open nothing");
+        addFlag(verb, "-n,--dry-run", arguments.common.dryRun, "Print the traffic, open nothing");
     }
 
-    void addJson(CLI::App& verb) { verb.add_flag("--json", arguments.common.json, "One JSON object a line"); }
+    void addJson(CLI::App& verb) { addFlag(verb, "--json", arguments.common.json, "One JSON object a line"); }
 
     void addList()
     {
         CLI::App& verb = addVerb(app, "list", "what is here, what it is, may I open it", "list i2c",
                                  [&values = arguments] { list(values.common, values.bus); });
-        addWord(verb, "BUS", arguments.bus, "i2c, spi or uart; all three when left out")->type_name("[i2c|spi|uart]");
+        addWord(verb, "BUS", arguments.bus, "i2c, spi or uart; all three when left out")
+            ->type_name("[i2c|spi|uart]")
+            ->check(refuseEmpty);
         addJson(verb);
     }
 
@@ -131,7 +145,7 @@ private:
     void addI2cOutput(CLI::App& verb)
     {
         addJson(verb);
-        verb.add_flag("--raw", arguments.i2c.raw, "Bytes as they are, not in hex");
+        addFlag(verb, "--raw", arguments.i2c.raw, "Bytes as they are, not in hex");
     }
 
     void addI2c()
@@ -144,7 +158,7 @@ private:
             addI2cVerb(i2c, "get", "read N (1) bytes from a register, repeated start", "get 4 0x48 0x00 2", i2cGet);
         addI2cRegister(get);
         addWord(get, "N", arguments.i2c.count, "Bytes to read, decimal; 1 when left out");
-        get.add_flag("--stop", arguments.i2c.stop, "Register and data as two transactions, with a stop between them");
+        addFlag(get, "--stop", arguments.i2c.stop, "Register and data as two transactions, with a stop between them");
         addI2cOutput(get);
 
         CLI::App& set = addI2cVerb(i2c, "set", "write to a register", "set 4 0x48 0x02 4b 00", i2cSet);
@@ -185,7 +199,7 @@ private:
         addDryRun(verb);
         if (receives) {
             addJson(verb);
-            verb.add_flag("--raw", arguments.spi.raw, "Bytes as they are, not in hex");
+            addFlag(verb, "--raw", arguments.spi.raw, "Bytes as they are, not in hex");
         }
     }
 
@@ -221,7 +235,7 @@ private:
         addWord(verb, "-b,--baud", arguments.uart.baudRate, "Baud rate; 115200 when left out")->type_name("N");
         addWord(verb, "--parity", arguments.uart.parity, "none, even or odd; none when left out")->type_name("P");
         addWord(verb, "--stop-bits", arguments.uart.stopBits, "1 or 2; 1 when left out")->type_name("N");
-        verb.add_flag("--hex", arguments.uart.hex, "Hex in and out, a burst a line, instead of text");
+        addFlag(verb, "--hex", arguments.uart.hex, "Hex in and out, a burst a line, instead of text");
         addDryRun(verb);
         return verb;
     }
@@ -242,7 +256,8 @@ private:
     {
         addWord(verb, "--timeout", arguments.uart.timeout,
                 "Silence after which it ends, in steps of 0.5 s; " + usual + " when left out")
-            ->type_name("S");
+            ->type_name("S")
+            ->check(refuseEmpty);
     }
 
     void addUart()
@@ -251,7 +266,7 @@ private:
 
         CLI::App& read =
             addUartVerb(uart, "read", "print what comes, N bytes at most", "read ttyUSB0 --timeout 2", uartRead);
-        addWord(read, "N", arguments.uart.count, "Bytes to read, decimal; no end when left out");
+        addWord(read, "N", arguments.uart.count, "Bytes to read, decimal; no end when left out")->check(refuseEmpty);
         addUartTimeout(read, "none");
         addJson(read);
 
@@ -265,14 +280,17 @@ private:
         addUartLineEnd(ask);
         addUartTimeout(ask, "1");
         addWord(ask, "--until", arguments.uart.until, "Ends as soon as this came; 1 if it never did")
-            ->type_name("TEXT");
+            ->type_name("TEXT")
+            ->check(refuseEmpty);
         addJson(ask);
 
         CLI::App& term = addUartVerb(uart, "term", "interactive; Ctrl-] ends", "term ttyUSB0 -b 9600", uartTerm);
         addUartLineEnd(term);
-        term.add_flag("-e", arguments.uart.localEcho, "Local echo: show what is typed");
-        term.add_flag("-t", arguments.uart.times, "The time at the start of each line");
-        addWord(term, "--log", arguments.uart.logFile, "Append the session to a file")->type_name("FILE");
+        addFlag(term, "-e", arguments.uart.localEcho, "Local echo: show what is typed");
+        addFlag(term, "-t", arguments.uart.times, "The time at the start of each line");
+        addWord(term, "--log", arguments.uart.logFile, "Append the session to a file")
+            ->type_name("FILE")
+            ->check(refuseEmpty);
 
         addJson(addUartVerb(uart, "echo", "send back what comes: the other end of a bench", "echo pty", uartEcho));
     }

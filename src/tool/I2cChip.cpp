@@ -88,6 +88,7 @@ Chip::Chip(const std::string& bus, int chipAddress) : path(bus), address(chipAdd
 {
     const bool open = chip.init();
     const auto error = takeLibraryError();
+    throwIfSignalled();
     if (!open)
         throw i2cInitFailure(path, address, error ? error->error : 0);
 }

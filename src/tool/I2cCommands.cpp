@@ -24,12 +24,27 @@ Bytes outgoing(const std::vector<std::string>& words)
     return bytes;
 }
 
+/// "0x48", however it was written.
+std::string addressName(const I2cArguments& arguments)
+{
+    return hexNumber(static_cast<unsigned int>(parseAddress(arguments.address)));
+}
+
+/// "0x10" or "0x0010", as wide as it goes out.
+std::string registerName(const I2cArguments& arguments)
+{
+    std::string name = "0x";
+    for (const uint8_t byte : parseRegister(arguments.reg))
+        name += hexNumber(byte).substr(2);
+    return name;
+}
+
 void show(const Bytes& bytes, const Common& common, const I2cArguments& arguments, const std::string& path)
 {
     if (common.json) {
-        nlohmann::ordered_json object{{"device", path}, {"address", arguments.address}};
+        nlohmann::ordered_json object{{"device", path}, {"address", addressName(arguments)}};
         if (!arguments.reg.empty())
-            object["register"] = arguments.reg;
+            object["register"] = registerName(arguments);
         object["bytes"] = bytes;
         printJson(object);
     } else if (arguments.raw) {
@@ -172,7 +187,7 @@ void i2cDump(const Common& common, const I2cArguments& arguments)
             printLine(dumpRow(firstRegister, row));
         if (common.json)
             printJson({{"device", path},
-                       {"address", arguments.address},
+                       {"address", addressName(arguments)},
                        {"register", hexNumber(firstRegister)},
                        {"bytes", valuesOf(row)}});
     }

@@ -99,6 +99,8 @@ void setUpLog(int verbosity, const std::optional<std::string>& propertiesFile)
                                           strerror(readable ? EISDIR : errno)};
         log4cplus::PropertyConfigurator::doConfigure(*propertiesFile);
         log4cplus::Logger::getDefaultHierarchy().enableAll();
+        if (log4cplus::Logger::getRoot().getLogLevel() == log4cplus::NOT_SET_LOG_LEVEL)
+            throw Failure{CannotOpen, *propertiesFile + ": the root logger has no valid level"};
     } else if (verbosity > 0) {
         showOnStandardError(logger, verbosity > 1 ? log4cplus::TRACE_LOG_LEVEL : log4cplus::DEBUG_LOG_LEVEL);
     } else {

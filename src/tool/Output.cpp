@@ -93,6 +93,11 @@ std::vector<uint8_t> readStandardInput(size_t most)
             return bytes;
         if (count < 0 && errno == EINTR)
             continue;
+        if (count < 0 && errno == EAGAIN) {
+            struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+            poll(&input, 1, -1);
+            continue;
+        }
         if (count < 0)
             throw Failure{WrongCommandLine, std::string{"standard input: "} + strerror(errno)};
         bytes.insert(bytes.end(), piece.begin(), piece.begin() + count);

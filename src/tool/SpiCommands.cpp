@@ -67,6 +67,7 @@ public:
     {
         const bool open = spi.init();
         const auto error = takeLibraryError();
+        throwIfSignalled();
         if (!open)
             throw openFailure(path, error ? error->error : 0, spidevKind());
         if (error)

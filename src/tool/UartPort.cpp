@@ -69,8 +69,9 @@ std::vector<Node> serialPorts()
     std::vector<Node> ports;
     for (const std::string& name : namesBelow("/sys/class/tty", "")) {
         const std::string device = "/sys/class/tty/" + name + "/device";
-        // A port that the driver for PC ports keeps in reserve has the type 0.
-        if (access(device.c_str(), F_OK) != 0 || firstLine("/sys/class/tty/" + name + "/type") == "0")
+        // A port that the driver for PC ports keeps in reserve has the type 0. A container may lack the node.
+        if (access(device.c_str(), F_OK) != 0 || firstLine("/sys/class/tty/" + name + "/type") == "0" ||
+            access(("/dev/" + name).c_str(), F_OK) != 0)
             continue;
         // On USB the product's name stands at the device above the interface.
         const std::string product = firstLine(device + "/../product") + firstLine(device + "/../../product");
@@ -90,6 +91,14 @@ std::string Line::settings() const
     return lineSettings(baudRate, parity, stopBits);
 }
 
+Port::Own::~Own()
+{
+    if (found)
+        tcsetattr(fd, TCSANOW, &*found);
+    if (fd >= 0)
+        close(fd);
+}
+
 Port::Port(const Line& settings) : line(settings), uart(line.path, line.baudRate, line.stopBits, line.parity, true)
 {
     const bool isPty = isMultiplexer(line.path);
@@ -98,8 +107,7 @@ Port::Port(const Line& settings) : line(settings), uart(line.path, line.baudRate
     const bool open = uart.init();
     const auto error = takeLibraryError();
     if (!open || error) {
-        if (own >= 0)
-            close(own);
+        throwIfSignalled();
         throw Failure{CannotOpen, line.path + ": " + (error ? error->message : "could not be opened")};
     }
     if (isPty)
@@ -109,27 +117,26 @@ Port::Port(const Line& settings) : line(settings), uart(line.path, line.baudRate
 Port::~Port()
 {
     if (waiting() > 0)  // closing would wait for them, up to half a minute
-        tcflush(own, TCOFLUSH);
-    // The library puts the line settings back after this.
-    if (own >= 0)
-        close(own);
+        tcflush(own.fd, TCOFLUSH);
 }
 
 void Port::openTty()
 {
-    own = open(line.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (own < 0) {
+    own.fd = open(line.path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (own.fd < 0) {
         const int error = errno;
         throw openFailure(line.path, error, portKind());
     }
-    try {
-        if (isatty(own) != 1)
-            throw Failure{CannotOpen, line.path + " is not a serial port"};
-        if (flock(own, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-            throw Failure{CannotOpen, line.path + " is in use by " + otherUser(line.path)};
-    } catch (...) {
-        close(own);
-        throw;
+    struct termios attributes {
+    };
+    if (tcgetattr(own.fd, &attributes) != 0)
+        throw Failure{CannotOpen, line.path + " is not a serial port"};
+    if (flock(own.fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        throw Failure{CannotOpen, line.path + " is in use by " + otherUser(line.path)};
+    if ((attributes.c_cflag & CLOCAL) == 0) {  // opening it would wait for a modem's carrier
+        own.found = attributes;
+        attributes.c_cflag |= CLOCAL;
+        tcsetattr(own.fd, TCSANOW, &attributes);
     }
 }
 
@@ -140,13 +147,13 @@ void Port::findMaster()
         const int fd = std::stoi(number);
         std::array<char, 64> name{};
         if (ptsname_r(fd, name.data(), name.size()) == 0 && slaveName == name.data()) {
-            own = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+            own.fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
             break;
         }
     }
     // Once the slave was open and is closed again, the master is hung up until somebody opens it.
     const int peer = open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (own < 0 || peer < 0)
+    if (own.fd < 0 || peer < 0)
         throw Failure{CannotOpen, slaveName + ": " + strerror(errno)};
     close(peer);
 }
@@ -155,7 +162,7 @@ void Port::waitForPeer()
 {
     if (slaveName.empty())
         return;
-    struct pollfd master = {own, 0, 0};
+    struct pollfd master = {own.fd, 0, 0};
     while (poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
         pause(tick);
     pause(milliseconds{250});  // who opens a port sets it up first, and that drops what is waiting there
@@ -174,12 +181,17 @@ Port::Ready Port::wait(std::optional<milliseconds> most, int other)
             return Ready::Silence;
 
         // A master without a peer is hung up all the time: look at it now and then.
-        struct pollfd ports[] = {{masterAlone ? -1 : own, POLLIN, 0}, {other, POLLIN, 0}};
+        struct pollfd ports[] = {{masterAlone ? -1 : own.fd, POLLIN, 0}, {other, POLLIN, 0}};
         poll(ports, 2, static_cast<int>(masterAlone ? tick.count() : left.count()));
-        if ((ports[0].revents & POLLIN) != 0)
-            return Ready::Bytes;
-        if (ports[1].revents != 0)
+        const bool bytes = (ports[0].revents & POLLIN) != 0;
+        if (ports[1].revents != 0 && (!bytes || bytesLast)) {  // they take turns
+            bytesLast = false;
             return Ready::Other;
+        }
+        if (bytes) {
+            bytesLast = true;
+            return Ready::Bytes;
+        }
         if (ports[0].revents != 0 && slaveName.empty())
             throw goneAt(line.path);
         masterAlone = ports[0].revents != 0;
@@ -200,7 +212,7 @@ ByteArray Port::receive(size_t most, std::optional<milliseconds> silence)
         if (failed && error && error->error != EIO)
             throw Failure{TransferFailed, line.path + ": " + error->text()};
         // Readable and yet empty, at once: hung up. Otherwise somebody else took the bytes.
-        if (failed || isHungUp(own))
+        if (failed || isHungUp(own.fd))
             throw goneAt(line.path);
     }
     return {};
@@ -234,7 +246,7 @@ void Port::send(const ByteArray& bytes)
     const auto error = takeLibraryError();
     if (!sent) {
         throwIfSignalled();
-        if (isHungUp(own))
+        if (isHungUp(own.fd))
             throw goneAt(line.path);
         if (!error || error->error == 0)
             throw Failure{TransferFailed,
@@ -266,12 +278,12 @@ void Port::waitUntilRead()
 int Port::waiting() const
 {
     int count = 0;
-    return own >= 0 && ioctl(own, TIOCOUTQ, &count) == 0 ? count : 0;
+    return own.fd >= 0 && ioctl(own.fd, TIOCOUTQ, &count) == 0 ? count : 0;
 }
 
 void Port::drain(size_t sent)
 {
-    const auto bound = milliseconds{2000 + sent * 11 * 1000 / static_cast<size_t>(line.baudRate)};
+    const auto bound = milliseconds{2000 + sent * 12 * 1000 / static_cast<size_t>(line.baudRate)};
     const auto start = steady_clock::now();
     while (waiting() > 0) {
         if (steady_clock::now() - start > bound)
@@ -279,5 +291,5 @@ void Port::drain(size_t sent)
                           line.path + ": " + std::to_string(waiting()) + " bytes did not go out at " + line.settings()};
         pause(milliseconds{2});
     }
-    tcdrain(own);  // what is left is in the chip's own buffer, a few bytes
+    tcdrain(own.fd);  // what is left is in the chip's own.fd buffer, a few bytes
 }

@@ -70,6 +70,19 @@ private:
 
     Line line;
     std::string slaveName;
-    int own = -1;
+    /// The descriptor beside the library's. It closes after the library has put back the settings that it found, and
+    /// puts back the one that it changed before.
+    struct Own {
+        Own() = default;
+        ~Own();
+        Own(const Own&) = delete;
+        Own& operator=(const Own&) = delete;
+
+        int fd = -1;
+        std::optional<struct termios> found;
+    };
+
+    Own own;
+    bool bytesLast = false;
     Uart uart;
 };

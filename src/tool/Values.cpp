@@ -187,7 +187,7 @@ size_t parseCount(const std::string& text, size_t most, const std::string& unit)
     if (!count) {
         const auto hexCount = hasHexPrefix(text) ? number(text.substr(2), 16) : std::nullopt;
         refuse("count \"" + text + "\": counts are decimal" +
-               (hexCount ? "; write " + std::to_string(*hexCount) : std::string{}));
+               (hexCount && *hexCount <= most ? "; write " + std::to_string(*hexCount) : std::string{}));
     }
     if (*count == 0)
         refuse("count " + text + ": at least 1");

@@ -14,10 +14,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace
@@ -130,6 +132,19 @@ public:
         return readWhile(screen, [=](const std::string& text) { return text.size() < size; });
     }
 
+    /// Reads slowly what is shown.
+    void lookUntil(const std::atomic<bool>& done) const
+    {
+        std::array<char, 256> text{};
+        while (!done) {
+            struct pollfd input = {screen, POLLIN, 0};
+            if (poll(&input, 1, 10) > 0) {
+                EXPECT_LT(0, read(screen, text.data(), text.size()));
+            }
+            poll(nullptr, 0, 10);
+        }
+    }
+
     void terminate() const { kill(process, SIGTERM); }
 
     /// The exit status; the terminal has to be as it was.
@@ -227,6 +242,31 @@ TEST(Term, EndsWhileThePortIsGone)
     term.shown("ends\r\n");
     term.type(endKey);
     EXPECT_EQ(0, term.ended());
+}
+
+TEST(Term, EndsWhileThePortTalksWithoutAPause)
+{
+    const Device device;
+    Term term{device.name};
+    term.shown(ready);
+    fcntl(device.master, F_SETFL, O_RDWR | O_NONBLOCK);
+    std::atomic<bool> done{false};
+    std::thread talker{[&] {
+        const std::string text(4096, 'x');
+        while (!done) {
+            struct pollfd output = {device.master, POLLOUT, 0};
+            if (poll(&output, 1, 10) > 0) {
+                EXPECT_NE(0, write(device.master, text.data(), text.size()));
+            }
+        }
+    }};
+    std::thread reader{[&] { term.lookUntil(done); }};
+    poll(nullptr, 0, 300);
+    term.type(endKey);
+    EXPECT_EQ(0, term.ended());
+    done = true;
+    talker.join();
+    reader.join();
 }
 
 TEST(Term, LeavesTheTerminalAsItWasAfterASignal)
