@@ -1,8 +1,8 @@
-# The third table of docs/performance.md, from the lines of the program application.
+# The third table of docs/performance.md from the lines of wide.awk, those of the program time_board.
 BEGIN {
     FS = "\t"
-    print "| on the emulated board | bare | serialComm |"
-    print "|---|---|---|"
+    print "| on the emulated board | bytes | bare | fresh vector | serialComm |"
+    print "|---|---|---|---|---|"
 }
-$2 == "bare" { bare = $3 }
-$2 == "serialComm" { printf "| %s | %.0f µs | %.2f |\n", $1, bare / 1000, $3 / bare }
+{ printf "| %s | %s | %.0f µs | %s | %.2f |\n", $1, ($2 > 0 ? $2 : ""), $3 / 1000, ratio($4), $5 / $3 }
+function ratio(nanoseconds) { return nanoseconds == "-" ? "–" : sprintf("%.2f", nanoseconds / $3) }

@@ -1,7 +1,7 @@
-// I2C and SPI operations against the supplied kernel: the bare system call, into the caller's buffer and into a fresh
-// one, and I2c and Spi.
+// I2C and SPI operations, on the supplied kernel or the board: the bare system call, into the caller's buffer and into
+// a fresh one, and I2c and Spi.
+#include "Devices.h"
 #include "Operation.h"
-#include "SuppliedKernel.h"
 
 #include "serialComm/I2c.h"
 #include "serialComm/Spi.h"
@@ -14,9 +14,28 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-static const int chipAddress = 0x48;
+static const int chipAddress = 0x50;
 static const uint8_t chipRegister = 0x10;
 static const int clockHz = 10000000;
+
+/// What a program does by hand to use a chip; the descriptor, or -1.
+static int openI2c()
+{
+    const int fd = ::open(i2cDevice, O_RDWR);
+    return ::ioctl(fd, I2C_SLAVE, chipAddress) == 0 ? fd : -1;
+}
+
+static int openSpi()
+{
+    const int fd = ::open(spiDevice, O_RDWR);
+    uint8_t mode = SPI_MODE_0;
+    uint32_t speedHz = clockHz;
+    return ::ioctl(fd, SPI_IOC_WR_MODE, &mode) == 0 && ::ioctl(fd, SPI_IOC_RD_MODE, &mode) == 0 &&
+                   ::ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speedHz) == 0 &&
+                   ::ioctl(fd, SPI_IOC_RD_MAX_SPEED_HZ, &speedHz) == 0
+               ? fd
+               : -1;
+}
 
 static bool wrote(int fd, const uint8_t* data, size_t size)
 {
@@ -68,9 +87,18 @@ static void addReceivers(Operations& operations, const std::string& name, size_t
     });
 }
 
+static void addInit(Operations& operations)
+{
+    add(operations, "I2C init", 0, "bare", [] { return ::close(openI2c()) == 0; });
+    add(operations, "I2C init", 0, "serialComm", [] { return I2c{i2cDevice, chipAddress}.init(); });
+
+    add(operations, "SPI init", 0, "bare", [] { return ::close(openSpi()) == 0; });
+    add(operations, "SPI init", 0, "serialComm", [] { return Spi{spiDevice, clockHz, SPI_MODE_0}.init(); });
+}
+
 static void addI2c(Operations& operations, int fd, size_t size)
 {
-    static I2c chip{suppliedDevice, chipAddress};
+    static I2c chip{i2cDevice, chipAddress};
     static const bool open = chip.init();
     if (!open) {
         exit(EXIT_FAILURE);
@@ -108,12 +136,12 @@ static void addI2c(Operations& operations, int fd, size_t size)
 
 static void addSpi(Operations& operations, int fd, size_t size)
 {
-    static Spi chip{suppliedDevice, clockHz, 0};
+    static Spi chip{spiDevice, clockHz, SPI_MODE_0};
     static const bool open = chip.init();
     if (!open) {
         exit(EXIT_FAILURE);
     }
-    const ByteArray data(size, 'U');
+    const ByteArray data(size, 0x00);  // to a flash, no command
 
     add(operations, "SPI write", size, "bare", [=] { return spiTransfer(fd, data.data(), nullptr, size); });
     add(operations, "SPI write", size, "serialComm", [=] { return chip.write(data); });
@@ -128,9 +156,11 @@ static void addSpi(Operations& operations, int fd, size_t size)
 
 void addOperations(Operations& operations)
 {
-    const int fd = ::open(suppliedDevice, O_RDWR);
+    addInit(operations);
+    const int i2c = openI2c();
+    const int spi = openSpi();
     for (const size_t size : {1, 16, 256, 4096}) {
-        addI2c(operations, fd, size);
-        addSpi(operations, fd, size);
+        addI2c(operations, i2c, size);
+        addSpi(operations, spi, size);
     }
 }

@@ -1,6 +1,6 @@
 // The same I2C operations by libi2c, which has SMBus commands: single bytes, and registers of up to 32 bytes.
+#include "Devices.h"
 #include "Operation.h"
-#include "SuppliedKernel.h"
 
 #include <fcntl.h>
 
@@ -12,7 +12,7 @@ static const uint8_t chipRegister = 0x10;
 
 void addPeers(Operations& operations)
 {
-    const int fd = ::open(suppliedDevice, O_RDWR);
+    const int fd = ::open(i2cDevice, O_RDWR);
 
     add(operations, "I2C write", 1, "libi2c", [=] { return i2c_smbus_write_byte(fd, 'U') == 0; });
     add(operations, "I2C read", 1, "libi2c", [=] { return i2c_smbus_read_byte(fd) >= 0; });

@@ -1,5 +1,9 @@
-// An application's view of the board's chips: one sample of the temperature sensor and one page of the flash, with
-// serialComm and with bare system calls. Prints the median times, in nanoseconds, of repetitions in random order.
+// Times what the board's chips do, through the real drivers: the operations of bus.cpp with the EEPROM and the flash,
+// and an application's view, which is one sample of the temperature sensor and one page of the flash. Prints the median
+// times, in nanoseconds, of repetitions in random order: as many as take half a second, and no more than 301.
+#include "Devices.h"
+#include "Operation.h"
+
 #include "serialComm/I2c.h"
 #include "serialComm/Spi.h"
 
@@ -17,17 +21,17 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <random>
 #include <vector>
 
-static const char* const sensorNode = "/dev/i2c-4";
+const char* const i2cDevice = "/dev/i2c-4";
+const char* const spiDevice = "/dev/spidev2.0";
+
 static const int sensorAddress = 0x48;
 static const uint8_t configurationRegister = 1;
 static const uint8_t temperatureRegister = 0;
 static const uint8_t twelveBits = 0x60;
 
-static const char* const flashNode = "/dev/spidev2.0";
 static const int flashClockHz = 10000000;
 static const uint8_t writeEnable = 0x06;
 static const uint8_t readStatus = 0x05;
@@ -39,9 +43,6 @@ static const ByteArray pageProgram = [] {
     return message;
 }();
 
-/// To the flash, 256 times no operation.
-static const ByteArray quiet(256, 0x00);
-
 static double celsius(const uint8_t* bytes)
 {
     return static_cast<int16_t>(bytes[0] << 8 | bytes[1]) / 256.0;
@@ -50,12 +51,6 @@ static double celsius(const uint8_t* bytes)
 static bool plausible(double temperature)
 {
     return temperature >= -55 && temperature <= 128;
-}
-
-static bool readBare(int fd)
-{
-    uint8_t bytes[16];
-    return ::read(fd, bytes, sizeof bytes) == sizeof bytes;
 }
 
 static bool sampleWithSerialComm(I2c& sensor)
@@ -128,52 +123,73 @@ static bool pageBare(int fd)
     return true;
 }
 
+/// What an application does with the chips, from one descriptor each.
+static void addApplication(Operations& operations)
+{
+    static I2c sensor{i2cDevice, sensorAddress};
+    static Spi flash{spiDevice, flashClockHz, 0};
+    const int sensorFd = ::open(i2cDevice, O_RDWR);
+    const int flashFd = ::open(spiDevice, O_RDWR);
+    if (!sensor.init() || !flash.init() || ::ioctl(sensorFd, I2C_SLAVE, sensorAddress) != 0 || flashFd < 0) {
+        fputs("time_board: no sensor or no flash here; run it on the board\n", stderr);
+        exit(EXIT_FAILURE);
+    }
+
+    add(operations, "sensor sample", 0, "bare", [=] { return sampleBare(sensorFd); });
+    add(operations, "sensor sample", 0, "serialComm", [] { return sampleWithSerialComm(sensor); });
+    add(operations, "flash page", 0, "bare", [=] { return pageBare(flashFd); });
+    add(operations, "flash page", 0, "serialComm", [] { return pageWithSerialComm(flash); });
+}
+
+struct Timed {
+    Operation* operation;
+    std::chrono::nanoseconds total{};
+    std::vector<std::chrono::nanoseconds> times = {};
+
+    void run()
+    {
+        const auto start = std::chrono::steady_clock::now();
+        operation->run();
+        times.emplace_back(std::chrono::steady_clock::now() - start);
+        total += times.back();
+    }
+
+    std::chrono::nanoseconds median()
+    {
+        const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+        std::nth_element(times.begin(), middle, times.end());
+        return *middle;
+    }
+};
+
 int main()
 {
     const log4cplus::Initializer initializer;
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::OFF_LOG_LEVEL);
 
-    I2c sensor{sensorNode, sensorAddress};
-    Spi flash{flashNode, flashClockHz, 0};
-    const int sensorFd = ::open(sensorNode, O_RDWR);
-    const int flashFd = ::open(flashNode, O_RDWR);
-    if (!sensor.init() || !flash.init() || ::ioctl(sensorFd, I2C_SLAVE, sensorAddress) != 0 || flashFd < 0) {
-        fputs("application: no sensor or no flash here; run it on the board\n", stderr);
-        return EXIT_FAILURE;
+    Operations operations;
+    addApplication(operations);
+    addOperations(operations);
+
+    std::vector<Timed> contestants;
+    for (const auto& operation : operations) {
+        contestants.push_back({operation.get()});
     }
 
-    struct Contestant {
-        const char* name;
-        std::function<bool()> run;
-        std::vector<std::chrono::nanoseconds> times = {};
-    } contestants[] = {
-        {"I2C read, 16 bytes\tbare", [=] { return readBare(sensorFd); }},
-        {"I2C read, 16 bytes\tserialComm", [&] { return sensor.read(16).size() == 16; }},
-        {"SPI write, 256 bytes\tbare", [=] { return exchange(flashFd, quiet.data(), nullptr, quiet.size()); }},
-        {"SPI write, 256 bytes\tserialComm", [&] { return flash.write(quiet); }},
-        {"sensor sample\tbare", [=] { return sampleBare(sensorFd); }},
-        {"sensor sample\tserialComm", [&] { return sampleWithSerialComm(sensor); }},
-        {"flash page\tbare", [=] { return pageBare(flashFd); }},
-        {"flash page\tserialComm", [&] { return pageWithSerialComm(flash); }},
-    };
-
-    const int repetitions = 301;
+    const int rounds = 301;
+    const std::chrono::milliseconds share{500};
     std::minstd_rand random;
-    for (int i = 0; i < repetitions; ++i) {
-        std::shuffle(std::begin(contestants), std::end(contestants), random);
-        for (Contestant& contestant : contestants) {
-            const auto start = std::chrono::steady_clock::now();
-            const bool succeeded = contestant.run();
-            contestant.times.emplace_back(std::chrono::steady_clock::now() - start);
-            if (!succeeded) {
-                fprintf(stderr, "application: %s failed\n", contestant.name);
-                return EXIT_FAILURE;
+    for (int round = 0; round < rounds; ++round) {
+        std::shuffle(contestants.begin(), contestants.end(), random);
+        for (Timed& contestant : contestants) {
+            if (contestant.total < share) {
+                contestant.run();
             }
         }
     }
-    for (Contestant& contestant : contestants) {
-        const auto median = contestant.times.begin() + repetitions / 2;
-        std::nth_element(contestant.times.begin(), median, contestant.times.end());
-        printf("%s\t%lld\n", contestant.name, static_cast<long long>(median->count()));
+    for (Timed& contestant : contestants) {
+        const Operation& operation = *contestant.operation;
+        printf("%s\t%zu\t%s\t%lld\n", operation.name.c_str(), operation.size, operation.contestant.c_str(),
+               static_cast<long long>(contestant.median().count()));
     }
 }

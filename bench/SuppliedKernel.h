@@ -1,3 +1,0 @@
-#pragma once
-
-inline const char* const suppliedDevice = "/dev/supplied";
