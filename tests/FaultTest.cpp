@@ -32,6 +32,8 @@ struct Operation {
     std::vector<Step> steps;
     std::string returned;
     std::function<std::string()> call;
+    std::string levels;          ///< Of the lines, but for ERROR, that it writes at TRACE.
+    std::string levelsCutShort;  ///< The same when a failure ends it.
 };
 
 /// A call of which nothing is promised: its failure goes by unnoticed.
@@ -63,37 +65,49 @@ static std::string filledIn(std::string line, const Answer& failure)
     return line;
 }
 
-static std::string errorLines(const std::string& timeline)
+/// What was logged: the text of ERROR lines, and the levels of the others.
+static std::pair<std::string, std::string> logOf(const std::string& timeline)
 {
-    std::string lines;
+    std::string errors;
+    std::string levels;
     std::istringstream stream{timeline};
     for (std::string line; std::getline(stream, line);) {
-        lines += line.rfind("ERROR ", 0) == 0 ? line.substr(strlen("ERROR ")) : "";
+        const std::string level = line.substr(0, line.find(' '));
+        if (level == "ERROR") {
+            errors += line.substr(strlen("ERROR "));
+        } else if (level == "TRACE" || level == "DEBUG" || level == "INFO") {
+            levels += (levels.empty() ? "" : " ") + level;
+        }
     }
-    return lines;
+    return {errors, levels};
 }
 
 /// Runs an operation with one of its steps failing.
-static void runWith(const Operation& operation, const Step* failing, const Answer& failure, bool logged)
+static void runWith(const Operation& operation, const Step* failing, const Answer& failure, log4cplus::LogLevel level)
 {
     Script script;
     std::string returned = operation.returned;
+    std::string levels = operation.levels;
     for (const Step& step : operation.steps) {
         script.push_back(&step == failing ? failure : step.success);
         if (&step == failing && !step.returned.empty()) {
             script.resize(script.size() + step.cleanUp);
             returned = step.returned;
+            levels = operation.levelsCutShort;
             break;
         }
     }
 
     ScriptedKernel kernel{script};
     EXPECT_EQ(returned, operation.call());
-    EXPECT_EQ(failing != nullptr && logged ? filledIn(failing->line, failure) : "", errorLines(kernel.timeline()));
+    const auto [errors, others] = logOf(kernel.timeline());
+    EXPECT_EQ(failing != nullptr && level <= log4cplus::ERROR_LOG_LEVEL ? filledIn(failing->line, failure) : "",
+              errors);
+    EXPECT_EQ(level == log4cplus::TRACE_LOG_LEVEL ? levels : "", others);
 }
 
 /// Runs an operation once for each failure of each of its steps; gives how often that was.
-static int runWithEachFailure(const Operation& operation, bool logged)
+static int runWithEachFailure(const Operation& operation, log4cplus::LogLevel level)
 {
     constexpr int lastErrno = EHWPOISON;
     int cases = 0;
@@ -104,8 +118,8 @@ static int runWithEachFailure(const Operation& operation, bool logged)
                              std::to_string(&step - operation.steps.data() + 1) + ": " + std::to_string(result) +
                              ", errno " + std::to_string(error));
                 const int before = counts().blocks;
-                runWith(operation, &step, {result, error, {}, {}}, logged);
-                runWith(operation, nullptr, {}, logged);
+                runWith(operation, &step, {result, error, {}, {}}, level);
+                runWith(operation, nullptr, {}, level);
                 EXPECT_EQ(before, counts().blocks) << "blocks of memory";
                 ++cases;
             }
@@ -143,24 +157,34 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
          "true",
          [] {
              return text(I2c{"/dev/i2c-5", 0x50}.init());
-         }},
+         },
+         "TRACE TRACE",
+         "TRACE"},
         {"I2c::read",
          {{answers(4, four), shortOfFour, "I2C read failed, requested: 4, returned: <result>", "[]", 0}},
          "[01 02 03 04]",
-         [&] { return text(i2c.read(4)); }},
+         [&] { return text(i2c.read(4)); },
+         "TRACE TRACE",
+         "TRACE"},
         {"I2c::write",
          {{answers(4), shortOfFour, "I2C write failed, requested: 4, written: <result>", "false", 0}},
          "true",
-         [&] { return text(i2c.write(four)); }},
+         [&] { return text(i2c.write(four)); },
+         "TRACE TRACE",
+         "TRACE"},
         {"I2c::writeRead",
          {{answers(2, four), {-1}, "I2C ioctl I2C_RDWR failed, return: <result> error: <error>", "[]", 0}},
          "[01 02 03 04]",
-         [&] { return text(i2c.writeRead(four, 4)); }},
+         [&] { return text(i2c.writeRead(four, 4)); },
+         "",
+         ""},
         {"I2c::readRegister",
          {{answers(1), {-1, 0}, "I2C write register address failed, requested: 1, written: <result>", "[]", 0},
           {answers(4, four), shortOfFour, "I2C read from register failed, requested: 4, returned: <result>", "[]", 0}},
          "[01 02 03 04]",
-         [&] { return text(i2c.readRegister(0x10, 4)); }},
+         [&] { return text(i2c.readRegister(0x10, 4)); },
+         "TRACE TRACE",
+         "TRACE"},
         {"I2c::writeRegister",
          {{answers(5),
            {-1, 0, 1, 2, 3, 4},
@@ -168,7 +192,9 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
            "false",
            0}},
          "true",
-         [&] { return text(i2c.writeRegister(0x10, four)); }},
+         [&] { return text(i2c.writeRegister(0x10, four)); },
+         "TRACE TRACE",
+         "TRACE"},
         {"Spi::init",
          {{answers(8), {-1}, "Failed to open spi device: /dev/spidev2.1", "false", 0},
           spiMode,
@@ -179,20 +205,33 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
          "true",
          [] {
              return text(Spi{"/dev/spidev2.1", 1000, 0}.init());
-         }},
-        {"Spi::setMaxSpeed", {spiSpeed, spiSpeedBack}, "true", [&] { return text(spi.setMaxSpeed(1000)); }},
+         },
+         "TRACE TRACE DEBUG INFO",
+         "TRACE"},
+        {"Spi::setMaxSpeed",
+         {spiSpeed, spiSpeedBack},
+         "true",
+         [&] { return text(spi.setMaxSpeed(1000)); },
+         "TRACE DEBUG",
+         ""},
         {"Spi::read",
          {{answers(4, four), {-1, 0}, "SPI can't read spi message. errno: <errno>", "[00 00 00 00]", 0}},
          "[01 02 03 04]",
-         [&] { return text(spi.read(4)); }},
+         [&] { return text(spi.read(4)); },
+         "TRACE TRACE",
+         "TRACE TRACE"},
         {"Spi::write",
          {{answers(4), {-1, 0}, "SPI can't send message. errno: <errno>", "true", 0}},
          "true",
-         [&] { return text(spi.write(four)); }},
+         [&] { return text(spi.write(four)); },
+         "TRACE TRACE",
+         "TRACE TRACE"},
         {"Spi::writeRead",
          {{answers(4, four), {-1, 0}, "SPI can't send/read message. ret:<result>", "[00 00 00 00]", 0}},
          "[01 02 03 04]",
-         [&] { return text(spi.writeRead({1}, 4)); }},
+         [&] { return text(spi.writeRead({1}, 4)); },
+         "",
+         ""},
         {"Uart::init",
          {{answers(8), {-1}, uartPath, "false", 0},
           unnoticed(),
@@ -206,11 +245,15 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
          "true",
          [] {
              return text(Uart{"/dev/ptmx", 9600, 1, "none", true}.init());
-         }},
+         },
+         "DEBUG DEBUG INFO",
+         "DEBUG DEBUG"},
         {"Uart::write",
          {{answers(4), shortOfFour, "Uart write failed: <errno>", "false", 0}},
          "true",
-         [&] { return text(uart.write(four)); }},
+         [&] { return text(uart.write(four)); },
+         "",
+         ""},
         {"Uart::read",
          {{answers(4, four), {-1}, "Uart read failed: <errno>", "[] failed", 0}},
          "[01 02 03 04]",
@@ -218,7 +261,9 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
              bool failed = true;
              const ByteArray result = uart.read(4, &failed);
              return text(result) + (failed ? " failed" : "");
-         }},
+         },
+         "",
+         ""},
     };
 
     int cases = 0;
@@ -226,8 +271,8 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
          {log4cplus::OFF_LOG_LEVEL, log4cplus::ERROR_LOG_LEVEL, log4cplus::TRACE_LOG_LEVEL}) {
         recordLog(level);
         for (const Operation& operation : operations) {
-            runWith(operation, nullptr, {}, false);
-            cases += runWithEachFailure(operation, level != log4cplus::OFF_LOG_LEVEL);
+            runWith(operation, nullptr, {}, level);
+            cases += runWithEachFailure(operation, level);
         }
     }
     std::cout << "faults tried: " << cases << "\n";
