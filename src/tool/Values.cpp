@@ -185,9 +185,9 @@ size_t parseCount(const std::string& text, size_t most, const std::string& unit)
 {
     const auto count = number(text, 10);
     if (!count) {
-        const auto hexCount = hasHexPrefix(text) ? number(text.substr(2), 16) : std::nullopt;
-        refuse("count \"" + text + "\": counts are decimal" +
-               (hexCount && *hexCount <= most ? "; write " + std::to_string(*hexCount) : std::string{}));
+        const uint64_t asHex = hasHexPrefix(text) ? number(text.substr(2), 16).value_or(0) : 0;
+        const bool meant = asHex > 0 && asHex <= most;
+        refuse("count \"" + text + "\": counts are decimal" + (meant ? "; write " + std::to_string(asHex) : ""));
     }
     if (*count == 0)
         refuse("count " + text + ": at least 1");
