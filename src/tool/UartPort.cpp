@@ -30,6 +30,7 @@ constexpr size_t burstSize = 4096;
 constexpr milliseconds pauseAfterBurst{50};
 constexpr milliseconds longestBurst{500};
 constexpr milliseconds tick{20};
+constexpr milliseconds boundToSetUp{1000};
 constexpr milliseconds boundToRead{5000};
 
 NodeKind portKind()
@@ -156,6 +157,19 @@ void Port::findMaster()
     if (own.fd < 0 || peer < 0)
         throw Failure{CannotOpen, slaveName + ": " + strerror(errno)};
     close(peer);
+    // A mark that means nothing here, and goes when the peer sets up its port: both sides have the same settings.
+    struct termios attributes {
+    };
+    tcgetattr(own.fd, &attributes);
+    attributes.c_iflag |= IGNBRK;
+    tcsetattr(own.fd, TCSANOW, &attributes);
+}
+
+bool Port::peerIsSetUp() const
+{
+    struct termios attributes {
+    };
+    return tcgetattr(own.fd, &attributes) != 0 || (attributes.c_iflag & IGNBRK) == 0;
 }
 
 void Port::waitForPeer()
@@ -165,7 +179,10 @@ void Port::waitForPeer()
     struct pollfd master = {own.fd, 0, 0};
     while (poll(&master, 1, 0) > 0 && (master.revents & POLLHUP) != 0)
         pause(tick);
-    pause(milliseconds{250});  // who opens a port sets it up first, and that drops what is waiting there
+    // Who opens a port sets it up first, and that drops what is waiting there; some do neither.
+    const auto start = steady_clock::now();
+    while (!peerIsSetUp() && steady_clock::now() - start < boundToSetUp)
+        pause(tick);
 }
 
 Port::Ready Port::wait(std::optional<milliseconds> most, int other)
@@ -262,13 +279,15 @@ void Port::waitUntilRead()
         return;
     const auto start = steady_clock::now();
     const int peer = open(slaveName.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    int unread = 0;
-    do {
+    struct pollfd input = {peer, POLLIN, 0};
+    // Unlike FIONREAD, poll sees what the kernel is still carrying across.
+    while (poll(&input, 1, 0) > 0 && !signalled() && steady_clock::now() - start < boundToRead)
         poll(nullptr, 0, static_cast<int>(tick.count()));
-    } while (peer >= 0 && ioctl(peer, FIONREAD, &unread) == 0 && unread > 0 && !signalled() &&
-             steady_clock::now() - start < boundToRead);
-    if (peer >= 0)
+    int unread = 0;
+    if (peer >= 0) {
+        ioctl(peer, FIONREAD, &unread);
         close(peer);
+    }
     throwIfSignalled();
     if (unread > 0)
         throw Failure{TransferFailed,

@@ -65,6 +65,7 @@ public:
 private:
     void openTty();
     void findMaster();
+    bool peerIsSetUp() const;
     void drain(size_t sent);
     int waiting() const;
 
