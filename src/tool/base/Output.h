@@ -1,0 +1,78 @@
+// Standard output carries only data, standard error everything that is said about it. What cannot be written ends the
+// program.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <serialComm/SyncSerialBase.h>
+
+#include <stdint.h>
+
+#include <string>
+
+/// What the user wants to see.
+struct OutputOptions {
+    int verbosity = 0;  ///< 1: traffic and the library's log from DEBUG on, on standard error; 2: from TRACE on
+    bool dryRun = false;
+    bool json = false;
+    bool raw = false;
+    bool hexDump = false;
+};
+
+/// The one place that renders results, as text, JSON or raw bytes.
+class Output
+{
+public:
+    using Fields = nlohmann::ordered_json;
+
+    explicit Output(const OutputOptions& given) : options(given) {}
+
+    [[nodiscard]] bool json() const { return options.json; }
+    [[nodiscard]] bool raw() const { return options.raw; }
+
+    /// Progress of long work, on a terminal on standard error, from one second after the start on. An empty text
+    /// removes it. The log at -v takes its place.
+    void progress(const std::string& text);
+
+    /// Bytes from a device: in hex, 16 a line; with --hexdump behind offsets, which count from `firstOffset`; with
+    /// --json as "bytes" behind `fields`; or with --raw as they are.
+    void bytes(const Fields& fields, const ByteArray& bytes, size_t firstOffset = 0);
+
+    /// A result that is no bytes: a line of text, or the fields with --json.
+    void result(const Fields& fields, const std::string& text);
+
+    /// What goes over the wire, one transfer a line: on standard error at -v.
+    void traffic(const std::string& lines) const;
+
+    /// The same in a dry run, where it is the result.
+    void plannedTraffic(const std::string& lines);
+
+private:
+    OutputOptions options;
+    int64_t startedMs = nowMs();
+    bool progressShown = false;
+
+    static int64_t nowMs();
+};
+
+void print(const std::string& text);
+void printLine(const std::string& line);
+void printBytes(const ByteArray& bytes);
+
+/// One object, one line. Bytes that are not UTF-8 are shown as the replacement character.
+void printJson(const nlohmann::ordered_json& object);
+
+/// One line on standard error: "serialcomm: <message>". What is not printable is escaped.
+void printError(const std::string& message);
+
+/// The line behind an error: "  try: <hint>".
+void printHint(const std::string& hint);
+
+/// Writes everything to a descriptor. `name` is what the error message calls it.
+void writeAll(int fd, const void* data, size_t size, const std::string& name);
+
+/// Up to 64 KiB of a descriptor, standard input by default, as soon as there is some; empty at its end.
+ByteArray readFrom(int fd);
+ByteArray readInput();
+
+/// All of standard input, at most `most` bytes.
+ByteArray readWholeInput(size_t most);

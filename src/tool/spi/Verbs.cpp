@@ -1,0 +1,3 @@
+#include "spi/Verbs.h"
+
+void addSpiVerbs(Verbs& /*verbs*/) {}

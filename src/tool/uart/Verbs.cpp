@@ -1,0 +1,3 @@
+#include "uart/Verbs.h"
+
+void addUartVerbs(Verbs& /*verbs*/) {}
