@@ -37,11 +37,14 @@ std::string unmarked(const std::string& word)
 /// CLI11 takes the letters of "-v=5" one by one, and is left with "-=5": the word as it was written.
 std::string asWritten(const std::string& rest, const std::vector<std::string>& words)
 {
+    if (rest.compare(0, 2, "-=") != 0)
+        return rest;
+    const std::string end = rest.substr(1);
     const auto endsWithRest = [&](const std::string& word) {
-        return word.size() > rest.size() && word.substr(word.size() - rest.size() + 1) == rest.substr(1);
+        return word.size() > end.size() && word.compare(word.size() - end.size(), end.size(), end) == 0;
     };
     const auto word = std::find_if(words.begin(), words.end(), endsWithRest);
-    return rest.compare(0, 2, "-=") == 0 && word != words.end() ? *word : rest;
+    return word == words.end() ? rest : *word;
 }
 
 CLI::Option* addTo(CLI::App& app, const Argument& argument)
@@ -103,7 +106,7 @@ public:
             const std::vector<std::string> extra = app.remaining(true);
             const std::string word = extra.empty() ? "" : asWritten(unmarked(extra.front()), words);
             if (word.empty() || word[0] != '-')
-                fail(word + ": one argument too many");
+                fail((word.empty() ? "\"\"" : word) + ": one argument too many");
             const std::string known = suggestion(word.substr(0, word.find('=')), optionNames(grammar));
             fail(word + ": unknown option" + (known.empty() ? "" : "; did you mean " + known + "?"));
         } catch (const CLI::ArgumentMismatch& error) {

@@ -134,7 +134,7 @@ std::pair<Words, size_t> correction(const Words& words)
     const Words named = withBus(first, rest);
     if (!named.empty())
         return {named, 1};
-    return {bus.empty() ? Words{} : Words{bus}, 1};
+    return {bus.empty() ? Words{} : Words{bus}, words.size()};
 }
 
 std::string quoted(const std::string& word)
@@ -184,8 +184,7 @@ Failure unknownVerb(const std::vector<std::string>& words)
 
     const auto [names, replaced] = correction(plain);
     Words meant = names;
-    meant.insert(meant.end(), plain.begin() + static_cast<std::ptrdiff_t>(names.empty() ? plain.size() : replaced),
-                 plain.end());
+    meant.insert(meant.end(), plain.begin() + static_cast<std::ptrdiff_t>(replaced), plain.end());
     std::string hint = "serialcomm";
     for (const std::string& word : meant)
         hint += ' ' + quoted(word);
