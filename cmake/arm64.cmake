@@ -9,7 +9,9 @@ cmake_path(GET CMAKE_CURRENT_LIST_DIR PARENT_PATH project)
 set(CMAKE_FIND_ROOT_PATH ${project}/build/board/sysroot)
 find_program(cross_compiler ${CMAKE_CXX_COMPILER} NO_CACHE)
 if(NOT cross_compiler OR NOT EXISTS ${CMAKE_FIND_ROOT_PATH})
-    message(FATAL_ERROR "The compiler or the libraries for AArch64 are missing; this command installs both: board/compiler")
+    message(
+        FATAL_ERROR "The compiler or the libraries for AArch64 are missing; this command installs both: board/compiler"
+    )
 endif()
 
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
