@@ -137,6 +137,9 @@ WillingKernel::~WillingKernel()
 
 std::string hex(const void* bytes, size_t size)
 {
+    if (bytes == AbsentBytes::address) {
+        return std::to_string(size) + "*..";
+    }
     const auto* first = static_cast<const uint8_t*>(bytes);
     std::ostringstream text;
     if (size > 16 && std::equal(first, first + size - 1, first + 1)) {
