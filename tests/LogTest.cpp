@@ -165,7 +165,7 @@ TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
 
     recordLog(log4cplus::ERROR_LOG_LEVEL);
     const int before = counts().blocks;
-    const Process processBefore = thisProcess();
+    const Resources processBefore = resourcesInUse();
     size_t done = 0;
     for (int i = 0; i < 1000000; ++i) {
         done += i2c.write(data) && i2c.writeRegister(1, data) && spi.write(data) && uart.write(data) ? 4 : 0;
@@ -174,8 +174,8 @@ TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
     }
     EXPECT_EQ(1000000U * (4 + 6 * 16), done);
     EXPECT_EQ(before, counts().blocks);
-    EXPECT_EQ(processBefore.descriptors, thisProcess().descriptors);
+    EXPECT_EQ(processBefore.descriptors, resourcesInUse().descriptors);
 #ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
-    EXPECT_LT(thisProcess().residentKiB - processBefore.residentKiB, 256);
+    EXPECT_LT(resourcesInUse().residentKiB - processBefore.residentKiB, 256);
 #endif
 }
