@@ -10,10 +10,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <log4cplus/appender.h>
 #include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
 
+#include <fstream>
 #include <functional>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 /// Opens a device as the descriptor of /dev/zero, which takes and gives any number of bytes and knows no request.
 template <class Device>
@@ -81,6 +87,46 @@ TEST(Log, ATraceLineAsksForItsTextEachTime)
     EXPECT_EQ(2, counts().scopesFormatted);
 }
 
+/// Keeps what each record says, and the line of source code that it names.
+class StatementKeeper : public log4cplus::Appender
+{
+public:
+    ~StatementKeeper() override { destructorImpl(); }
+    void close() override { closed = true; }
+    std::vector<std::pair<std::string, std::string>> statements;
+
+protected:
+    void append(const log4cplus::spi::InternalLoggingEvent& event) override
+    {
+        std::ifstream source{FOLDER "/../../" + event.getFile()};
+        std::string line;
+        for (int number = 0; number < event.getLine(); ++number) {
+            std::getline(source, line);
+        }
+        statements.emplace_back(event.getMessage(), line);
+    }
+};
+
+TEST(Log, ARecordNamesTheLineOfItsStatement)
+{
+    const log4cplus::SharedAppenderPtr keeper{new StatementKeeper};
+    log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
+    logger.removeAllAppenders();
+    logger.addAppender(keeper);
+    logger.setAdditivity(false);
+    logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
+
+    I2c{"", 0}.setMaxSpeed(1);
+    Spi{"", 0, 0}.setMaxSpeed(1);
+    Uart{"", 0, 0, "", true}.write({1});
+    const auto& statements = static_cast<StatementKeeper&>(*keeper).statements;
+    EXPECT_EQ(4U, statements.size());
+    for (const auto& [message, line] : statements) {
+        EXPECT_EQ("LOG(ERROR, \"" + message + "\");", line.substr(line.find_first_not_of(' ')));
+    }
+    logger.removeAllAppenders();
+}
+
 TEST(Log, ThresholdsDecideLineByLine)
 {
     const struct {
@@ -119,7 +165,7 @@ TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
 
     recordLog(log4cplus::ERROR_LOG_LEVEL);
     const int before = counts().blocks;
-    const Process processBefore = thisProcess();
+    const Resources processBefore = resourcesInUse();
     size_t done = 0;
     for (int i = 0; i < 1000000; ++i) {
         done += i2c.write(data) && i2c.writeRegister(1, data) && spi.write(data) && uart.write(data) ? 4 : 0;
@@ -128,8 +174,8 @@ TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
     }
     EXPECT_EQ(1000000U * (4 + 6 * 16), done);
     EXPECT_EQ(before, counts().blocks);
-    EXPECT_EQ(processBefore.descriptors, thisProcess().descriptors);
+    EXPECT_EQ(processBefore.descriptors, resourcesInUse().descriptors);
 #ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
-    EXPECT_LT(thisProcess().residentKiB - processBefore.residentKiB, 256);
+    EXPECT_LT(resourcesInUse().residentKiB - processBefore.residentKiB, 256);
 #endif
 }

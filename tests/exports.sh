@@ -26,4 +26,11 @@ expect "system calls, by these symbols" \
     "$(nm -D --undefined-only "$library" | sed 's/.* //; s/@.*//' |
         grep -E '^_*(cfset.*speed|close|grantpt|ioctl|open|ptsname|read|tc[a-z]*|unlockpt|write)[0-9a-z_]*$' | sort | xargs)"
 expect "the host's function" "w" "$(nm -DC --undefined-only "$library" | sed -n 's/^ *\(.\) dbglog_scopedFunction(.*/\1/p')"
+
+# What the loader runs, in its order: the addresses in .init_array are relocations.
+initialisers=$(nm "$library" | sed -n 's/^0*\([0-9a-f]*\) t _GLOBAL__sub_I_\([A-Z].*\.cpp\)$/\1 \2/p')
+expect "initialisers, in this order" "I2c.cpp Spi.cpp Uart.cpp" \
+    "$(readelf -rW "$library" | awk 'NR == FNR { name[$1] = $2; next } $NF in name { print name[$NF] }' \
+        <(echo "$initialisers") - | xargs)"
+expect "logger handles of one source file each" "3" "$(nm -C "$library" | grep -c ' b logger$')"
 exit $status

@@ -83,19 +83,19 @@ int main(int argc, char** argv)
     };
 
     run(std::chrono::seconds{1});
-    const Process before = thisProcess();
+    const Resources before = resourcesInUse();
     const Clock::time_point start = Clock::now();
     std::chrono::duration<double> elapsed{0};
     while (elapsed.count() < minutes * 60) {
         run(std::chrono::milliseconds{static_cast<int>(std::min(10.0, minutes * 60 - elapsed.count()) * 1000)});
         elapsed = Clock::now() - start;
-        const Process now = thisProcess();
+        const Resources now = resourcesInUse();
         std::printf("%5.1f of %g minutes: %ld transfers, %ld KiB, %zu descriptors\n", elapsed.count() / 60, minutes,
                     transfers, now.residentKiB, now.descriptors);
         std::fflush(stdout);
     }
 
-    const Process after = thisProcess();
+    const Resources after = resourcesInUse();
     if (after.descriptors != before.descriptors || after.residentKiB > before.residentKiB + 256) {
         std::fprintf(stderr, "soak: %zu descriptors and %ld KiB before, %zu and %ld after\n", before.descriptors,
                      before.residentKiB, after.descriptors, after.residentKiB);

@@ -5,6 +5,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <type_traits>
+
+// A copy would close its original's descriptor.
+template <class Device>
+constexpr bool canBeCopied = std::is_copy_constructible_v<Device> || std::is_copy_assignable_v<Device>;
+static_assert(!canBeCopied<I2c> && !canBeCopied<Spi> && !canBeCopied<Uart>);
 
 // A derived class: its virtual table, and what dynamic_cast asks for, come out of the library.
 class SlowSpi : public Spi

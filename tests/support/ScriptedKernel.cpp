@@ -1,5 +1,7 @@
 #include "ScriptedKernel.h"
 
+#include "LineSpeeds.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
@@ -135,6 +137,9 @@ WillingKernel::~WillingKernel()
 
 std::string hex(const void* bytes, size_t size)
 {
+    if (bytes == AbsentBytes::address) {
+        return std::to_string(size) + "*..";
+    }
     const auto* first = static_cast<const uint8_t*>(bytes);
     std::ostringstream text;
     if (size > 16 && std::equal(first, first + size - 1, first + 1)) {
@@ -180,13 +185,31 @@ static std::string describe(const struct i2c_msg& message, const ScriptedKernel&
            ", " + kernel.memory(message.buf, message.len) + "}";
 }
 
+/// "B9600", as the C library's headers name it.
+static std::string nameOf(speed_t speed)
+{
+    for (const LineSpeed& known : lineSpeeds) {
+        if (known.constant == speed) {
+            return "B" + std::to_string(known.baud);
+        }
+    }
+    return speed == B0 ? "B0" : std::to_string(speed);
+}
+
+/// The same text with every C library: newer ones repeat the speed's code in c_cflag as the input speed.
 static std::string describe(const struct termios& attributes)
 {
     struct termios left;
     memcpy(&left, &attributes, sizeof left);
     left.c_cflag = left.c_ispeed = left.c_ospeed = left.c_cc[VTIME] = 0;
-    return "{cflag " + inHex(attributes.c_cflag) + ", VTIME " + std::to_string(attributes.c_cc[VTIME]) + ", speeds " +
-           std::to_string(attributes.c_ispeed) + " " + std::to_string(attributes.c_ospeed) + rest(left);
+
+    constexpr int inputSpeedShift = 16;
+    tcflag_t flags = attributes.c_cflag;
+    if ((flags & CIBAUD) == (flags & CBAUD) << inputSpeedShift) {
+        flags &= ~static_cast<tcflag_t>(CIBAUD);
+    }
+    return "{cflag " + inHex(flags) + ", VTIME " + std::to_string(attributes.c_cc[VTIME]) + ", speeds " +
+           nameOf(attributes.c_ispeed) + " " + nameOf(attributes.c_ospeed) + rest(left);
 }
 
 static std::string describe(unsigned long request, void* argument, const ScriptedKernel& kernel)
@@ -399,7 +422,7 @@ extern "C" int tcsetattr(int fd, int action, const struct termios* attributes) n
 extern "C" int cfsetispeed(struct termios* attributes, speed_t speed) noexcept
 {
     if (active != nullptr) {
-        active->add("cfsetispeed(" + describe(*attributes) + ", " + std::to_string(speed) + ")");
+        active->add("cfsetispeed(" + describe(*attributes) + ", " + nameOf(speed) + ")");
     }
     return original<int(struct termios*, speed_t)>("cfsetispeed")(attributes, speed);
 }
@@ -407,7 +430,7 @@ extern "C" int cfsetispeed(struct termios* attributes, speed_t speed) noexcept
 extern "C" int cfsetospeed(struct termios* attributes, speed_t speed) noexcept
 {
     if (active != nullptr) {
-        active->add("cfsetospeed(" + describe(*attributes) + ", " + std::to_string(speed) + ")");
+        active->add("cfsetospeed(" + describe(*attributes) + ", " + nameOf(speed) + ")");
     }
     return original<int(struct termios*, speed_t)>("cfsetospeed")(attributes, speed);
 }

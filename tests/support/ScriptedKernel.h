@@ -2,9 +2,12 @@
 
 #include "serialComm/SyncSerialBase.h"
 
+#include <string.h>
+
 #include <log4cplus/loglevel.h>
 
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -93,7 +96,27 @@ public:
     ~WillingKernel();
 };
 
-/// "19 80"; more than 16 equal ones as "17*00"
+/// A ByteArray of any length without storage: whoever reads or writes a byte of it crashes. For lengths near 2^32,
+/// which the library passes on without a look at the bytes.
+class AbsentBytes
+{
+public:
+    static inline uint8_t* const address = reinterpret_cast<uint8_t*>(4096);  // the kernel maps nothing this low
+
+    explicit AbsentBytes(size_t size)
+    {
+        uint8_t* const pointers[] = {address, address + size, address + size};
+        static_assert(sizeof pointers == sizeof bytes);  // begin, end and end of storage, as in each standard library
+        memcpy(&bytes, pointers, sizeof bytes);
+    }
+
+    [[nodiscard]] const ByteArray& get() const { return reinterpret_cast<const ByteArray&>(bytes); }
+
+private:
+    std::aligned_storage_t<sizeof(ByteArray), alignof(ByteArray)> bytes{};
+};
+
+/// "19 80"; more than 16 equal bytes as "17*00"; those of an AbsentBytes as "17*..".
 std::string hex(const void* bytes, size_t size);
 
 /// What this thread did, counted.

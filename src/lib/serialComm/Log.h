@@ -8,8 +8,7 @@
 
 /// Text of a trace line, by the host's logging library. Where the process has no such function, a trace line carries
 /// the bare signature.
-[[gnu::weak, gnu::visibility("default")]] std::string dbglog_scopedFunction(const std::string& signature,
-                                                                            const std::string& module);
+[[gnu::weak]] std::string dbglog_scopedFunction(const std::string& signature, const std::string& module);
 
 /// Each source file has its own handle, obtained when the library is loaded.
 static log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
