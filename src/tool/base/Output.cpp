@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 
 static void writeError(const std::string& text)
 {
@@ -92,7 +93,7 @@ void printHint(const std::string& hint)
     writeError("  try: " + printable(hint) + '\n');
 }
 
-ByteArray readFrom(int fd)
+ByteArray readFrom(int fd, const std::string& name)
 {
     ByteArray bytes(65536);
     for (;;) {
@@ -106,8 +107,7 @@ ByteArray readFrom(int fd)
         if (error == EAGAIN)
             waitFor(fd, POLLIN);
         else if (error != EINTR)
-            throw Failure{WrongCommandLine,
-                          (fd == STDIN_FILENO ? "standard input: " : "input: ") + std::string{strerror(error)}};
+            throw Failure{WrongCommandLine, name + ": " + strerror(error)};
     }
 }
 
@@ -116,17 +116,32 @@ ByteArray readInput()
     return readFrom(STDIN_FILENO);
 }
 
-ByteArray readWholeInput(size_t most)
+static ByteArray readWhole(int fd, const std::string& name, size_t most)
 {
     ByteArray bytes;
     for (;;) {
-        const ByteArray piece = readInput();
+        const ByteArray piece = readFrom(fd, name);
         if (piece.empty())
             return bytes;
         bytes.insert(bytes.end(), piece.begin(), piece.end());
         if (bytes.size() > most)
-            throw Failure{WrongCommandLine, "standard input: more than " + std::to_string(most) + " bytes"};
+            throw Failure{WrongCommandLine, name + ": more than " + std::to_string(most) + " bytes"};
     }
+}
+
+ByteArray readWholeInput(size_t most)
+{
+    return readWhole(STDIN_FILENO, "standard input", most);
+}
+
+ByteArray readWholeFile(const std::string& name, size_t most)
+{
+    if (name == "-")
+        return readWholeInput(most);
+    const std::unique_ptr<FILE, int (*)(FILE*)> file{fopen(name.c_str(), "re"), fclose};
+    if (!file)
+        throw Failure{CannotOpen, name + ": " + strerror(errno)};
+    return readWhole(fileno(file.get()), name, most);
 }
 
 int64_t Output::nowMs()
