@@ -19,10 +19,9 @@ static size_t parseRepeatCount(const std::string& text)
 
 void describeRepeat(Grammar& grammar, Repeat& repeat)
 {
-    grammar.option("--every", "S", "Seconds from one result to the next; without end unless there is --count",
-                   repeat.every, [](const std::string& text) { return parseSeconds("--every", text); });
-    grammar.option("--count", "N", "Number of results; without a pause unless there is --every", repeat.count,
-                   parseRepeatCount);
+    grammar.option("--every", "S", "Repeat every S seconds; without --count, until interrupted", repeat.every,
+                   [](const std::string& text) { return parseSeconds("--every", text); });
+    grammar.option("--count", "N", "Repeat N times; without --every, without a pause", repeat.count, parseRepeatCount);
     grammar.flag("-t", "Time of day at the start of each line", repeat.times).exclude("--raw").exclude("--hexdump");
 }
 

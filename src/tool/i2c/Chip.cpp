@@ -62,8 +62,10 @@ Failure chipOpenFailure(const std::string& path, int address, int error)
     const std::string device = i2cDeviceName(path, address);
     return {CannotOpen, inUse(path, address),
             "read it below /sys/bus/i2c/devices/" + device +
-                (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind") +
-                ", or --force"};
+                (driver.empty()
+                     ? ""
+                     : ", or unbind the driver: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind") +
+                ", or use --force"};
 }
 
 Chip::Chip(const ChipRequest& request, Output& shown)
@@ -74,7 +76,7 @@ Chip::Chip(const ChipRequest& request, Output& shown)
     throwIfSignalled();
     const int error = errors.first() ? errors.first()->error : 0;
     if (!open && error == EBUSY && request.force) {
-        printError(inUse(path, address) + "; --force sends to it all the same");
+        printError(inUse(path, address) + "; talking to it all the same, through I2C_RDWR (--force)");
         open = device.openForced();
     }
     if (!open)

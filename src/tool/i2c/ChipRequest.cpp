@@ -13,7 +13,7 @@ void describeChip(Grammar& grammar, ChipRequest& request)
     grammar.word("BUS", "4, i2c-4 or a path", request.bus, parseBus).complete(Candidates::I2cBuses);
     grammar.word("ADDR", "7-bit address of the chip, such as 0x48", request.address, parseAddress);
     grammar.flag("--any-address", "Allow the reserved addresses, 0x00 to 0x07 and 0x78 to 0x7f", request.anyAddress);
-    grammar.flag("--force", "Also reach a chip that a kernel driver has", request.force);
+    grammar.flag("--force", "Talk to a chip even if a kernel driver is bound to it", request.force);
 }
 
 void describeRegister(Grammar& grammar, ByteArray& reg)

@@ -36,7 +36,7 @@ void describe(Grammar& grammar, OutputOptions& output, Dump& request)
 {
     describeChip(grammar, request);
     grammar.optionalWord("FIRST", "First register, 0x10 or 0x0010", request.firstWord, parseRegister, "0x00");
-    grammar.optionalWord("LAST", "Last register; default: 0xff, or 0xffff of two-byte registers", request.lastWord,
+    grammar.optionalWord("LAST", "Last register; default: 0xff, with two-byte registers 0xffff", request.lastWord,
                          parseRegister);
     grammar.flag("--wide", "Two-byte registers, as if FIRST or LAST had four digits", request.wide);
     grammar.output(output, true, true);
@@ -128,10 +128,11 @@ void run(const Dump& request, Output& output)
     }
     if (answered.empty())
         throw chip.noAnswer();
-    const size_t missing = request.last - request.first + 1 - answered.size();
-    if (asBytes && missing > 0)
-        throw Failure{TransferFailed, chip.name() + ": " + std::to_string(missing) +
-                                          " registers did not answer, so that the bytes would be misplaced"};
+    const size_t asked = request.last - request.first + 1;
+    if (asBytes && answered.size() < asked)
+        throw Failure{TransferFailed, chip.name() + ": " + std::to_string(asked - answered.size()) + " of " +
+                                          std::to_string(asked) + " registers did not answer; without --raw and " +
+                                          "--hexdump they show as XX"};
     if (asBytes)
         output.bytes({}, answered, request.first);
 }

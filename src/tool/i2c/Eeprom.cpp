@@ -78,20 +78,20 @@ void describe(Grammar& grammar, OutputOptions& output, Eeprom& request)
     grammar.optionalWord("OFFSET", "First byte, in hex, such as 0x10", request.offset, parseOffset, "0");
     grammar
         .optionalWord("N|FILE",
-                      "Bytes to read, decimal, default: to the end; or what to write or verify, - for standard input",
+                      "read: how many bytes, decimal (up to the end); write, verify: a file, - for standard input",
                       request.countOrFile, parseWord)
         .complete(Candidates::Files);
     grammar.option(
-        "--size", "N", "Bytes that the EEPROM has: 256 for a 24c02, 4096 for a 24c32", request.size,
+        "--size", "N", "Bytes of the EEPROM: 256 for a 24c02, 4096 for a 24c32", request.size,
         [](const std::string& text) { return parsePowerOfTwo("--size", text, maxSize); }, "256");
     grammar
-        .option("--width", "N", "Bytes of a word address, default: 1 up to 2048 bytes, else 2", request.width,
+        .option("--width", "N", "Bytes of a word address (1 for up to 2048 bytes, else 2)", request.width,
                 [](const std::string& text) { return text == "1" ? size_t{1} : size_t{2}; })
         .choose({"1", "2"});
-    grammar.option("--page", "N", "Bytes of a page, default: by --size, 8 to 128", request.page,
+    grammar.option("--page", "N", "Bytes of a page (by --size, 8 to 128)", request.page,
                    [](const std::string& text) { return parsePowerOfTwo("--page", text, readStep); });
     grammar.option(
-        "--deadline", "S", "Longest time in seconds that a page takes to be written", request.deadline,
+        "--deadline", "S", "Give up waiting for a page to be written after S seconds", request.deadline,
         [](const std::string& text) { return parseSeconds("--deadline", text); }, "0.1");
     grammar.output(output, true, true);
     request.forms = &output;
@@ -132,7 +132,7 @@ void takeFile(Eeprom& request)
         refuse(verb + ": --json, --raw and --hexdump are for read");
     request.bytes = readWholeFile(request.countOrFile, maxSize);
     if (request.bytes.empty())
-        refuse(request.countOrFile + ": no bytes");
+        refuse((request.countOrFile == "-" ? "standard input" : request.countOrFile) + ": no bytes");
     request.count = request.bytes.size();
 }
 
@@ -300,7 +300,7 @@ void run(const Eeprom& request, Output& output)
 
 void addEeprom(Verbs& verbs)
 {
-    verbs.push_back(verb<Eeprom>("i2c", "eeprom", "read, write (then verify) or verify an EEPROM of the 24c series",
+    verbs.push_back(verb<Eeprom>("i2c", "eeprom", "read, write or verify an EEPROM of the 24c series",
                                  "i2c eeprom 4 0x50 read 0x10 16"));
 }
 

@@ -50,10 +50,10 @@ void describe(Grammar& grammar, OutputOptions& output, Get& request)
     grammar.flag("--stop", "Register and data as two transactions, with a stop between them", request.stop);
     describeRepeat(grammar, request.repeat);
     grammar
-        .option("--until-bits", "MASK=VALUE", "Read until these bits are so, such as 0x80=0x00; every 10 ms or --every",
-                request.until, parseBits)
+        .option("--until-bits", "MASK=VALUE",
+                "Read every 10 ms (or --every) until REG & MASK is VALUE, such as 0x80=0x00", request.until, parseBits)
         .exclude("--count");
-    grammar.option("--deadline", "S", "Longest time for --until-bits, in seconds", request.deadline,
+    grammar.option("--deadline", "S", "Give up --until-bits after S seconds", request.deadline,
                    [](const std::string& text) { return parseSeconds("--deadline", text); });
     grammar.output(output, true, true);
 }
