@@ -11,6 +11,8 @@
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -38,6 +40,14 @@ FakeDevice* deviceOf(int fd)
     return found == openDevices.end() ? nullptr : found->second.get();
 }
 
+std::shared_ptr<FakeDevice> nodeAt(const char* path)
+{
+    if (kernel == nullptr)
+        return nullptr;
+    const auto found = kernel->devices.find(path);
+    return found == kernel->devices.end() ? nullptr : found->second;
+}
+
 long finish(long result)
 {
     if (result >= 0)
@@ -62,12 +72,27 @@ __attribute__((visibility("default"))) int open(const char* path, int flags, ...
     va_start(arguments, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    const auto found = kernel == nullptr ? decltype(kernel->devices)::iterator{} : kernel->devices.find(path);
-    if (kernel == nullptr || found == kernel->devices.end())
+    const auto node = nodeAt(path);
+    if (!node)
         return real(path, flags, mode);
+    if (node->openError != 0)
+        return static_cast<int>(finish(-node->openError));
     const int fd = real("/dev/null", O_RDWR | O_CLOEXEC);
-    openDevices[fd] = found->second;
+    const auto file = node->opened();
+    openDevices[fd] = file ? file : node;
     return fd;
+}
+
+__attribute__((visibility("default"))) int stat(const char* path, struct stat* status)
+{
+    static auto* const real = next<int(const char*, struct stat*)>("stat");
+    const auto node = nodeAt(path);
+    if (!node)
+        return real(path, status);
+    *status = {};
+    status->st_mode = S_IFCHR | S_IRUSR | S_IWUSR;
+    status->st_rdev = makedev(node->majorNumber(), 4);
+    return 0;
 }
 
 __attribute__((visibility("default"))) int close(int fd)
@@ -126,62 +151,84 @@ std::optional<ByteArray> FakeRegisters::read(size_t count)
     return bytes;
 }
 
-FakeChip* FakeI2cBus::chip(int wanted)
+namespace
 {
-    const auto found = chips.find(wanted);
-    return found == chips.end() ? nullptr : found->second.get();
-}
 
-long FakeI2cBus::write(const ByteArray& bytes)
+/// What a descriptor of a bus knows: the address that it is bound to.
+class FakeI2cFile : public FakeDevice
 {
-    const ByteArray cut(bytes.begin(),
-                        bytes.begin() + static_cast<std::ptrdiff_t>(std::min<size_t>(bytes.size(), 8192)));
-    traffic.push_back("S " + hexPair(static_cast<unsigned int>(address)) + " W" + (cut.empty() ? "" : " ") +
-                      shortHex(cut) + " P");
-    FakeChip* addressed = chip(address);
-    return addressed != nullptr && addressed->write(cut) ? static_cast<long>(cut.size()) : -noAnswerError;
-}
+public:
+    explicit FakeI2cFile(FakeI2cBus& behind) : bus(behind) {}
 
-long FakeI2cBus::read(uint8_t* buffer, size_t count)
+    long write(const ByteArray& bytes) override
+    {
+        ByteArray cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), limit)));
+        return plain(0, cut.data(), cut.size());
+    }
+
+    long read(uint8_t* buffer, size_t count) override { return plain(I2C_M_RD, buffer, std::min(count, limit)); }
+
+    long ioctl(unsigned long request, void* argument) override
+    {
+        if (request != I2C_SLAVE)
+            return bus.ioctl(request, argument);
+        address = static_cast<int>(reinterpret_cast<uintptr_t>(argument));
+        if (address > 0x7f)
+            return -EINVAL;
+        return std::count(bus.inUse.begin(), bus.inUse.end(), address) > 0 ? -EBUSY : 0;
+    }
+
+private:
+    static constexpr size_t limit = 8192;
+
+    long plain(uint16_t flags, uint8_t* buffer, size_t count)
+    {
+        struct i2c_msg message = {static_cast<uint16_t>(address), flags, static_cast<uint16_t>(count), buffer};
+        const long result = bus.transfer(&message, 1);
+        return result < 0 ? result : static_cast<long>(count);
+    }
+
+    FakeI2cBus& bus;
+    int address = -1;
+};
+
+}  // namespace
+
+std::shared_ptr<FakeDevice> FakeI2cBus::opened()
 {
-    const size_t cut = std::min<size_t>(count, 8192);
-    traffic.push_back("S " + hexPair(static_cast<unsigned int>(address)) + counted(cut) + " P");
-    FakeChip* addressed = chip(address);
-    const auto bytes = addressed == nullptr ? std::nullopt : addressed->read(cut);
-    if (!bytes)
-        return -noAnswerError;
-    std::copy(bytes->begin(), bytes->end(), buffer);
-    return static_cast<long>(cut);
+    return std::make_shared<FakeI2cFile>(*this);
 }
 
 long FakeI2cBus::ioctl(unsigned long request, void* argument)
 {
-    switch (request) {
-    case I2C_FUNCS:
+    if (request == I2C_FUNCS) {
         *static_cast<unsigned long*>(argument) = functions;
         return 0;
-    case I2C_SLAVE:
-        address = static_cast<int>(reinterpret_cast<uintptr_t>(argument));
-        if (address > 0x7f)
-            return -EINVAL;
-        return std::count(inUse.begin(), inUse.end(), address) > 0 ? -EBUSY : 0;
-    case I2C_RDWR:
-        break;
-    default:
-        return -ENOTTY;
     }
+    if (request != I2C_RDWR)
+        return -ENOTTY;
     const auto& call = *static_cast<const struct i2c_rdwr_ioctl_data*>(argument);
+    return transfer(call.msgs, call.nmsgs);
+}
+
+long FakeI2cBus::transfer(struct i2c_msg* messages, size_t count)
+{
+    if ((functions & I2C_FUNC_I2C) == 0)
+        return -EOPNOTSUPP;
     std::string line;
-    long result = static_cast<long>(call.nmsgs);
-    for (uint32_t i = 0; i < call.nmsgs; ++i) {
-        const struct i2c_msg& message = call.msgs[i];
-        FakeChip* addressed = chip(message.addr);
-        line += (i == 0 ? "S " : " Sr ") + hexPair(message.addr);
+    long result = static_cast<long>(count);
+    for (size_t i = 0; i < count && result >= 0; ++i) {
+        const struct i2c_msg& message = messages[i];
+        const auto found = chips.find(message.addr);
+        FakeChip* chip = found == chips.end() ? nullptr : found->second.get();
         if (message.len > 8192)
             return -EINVAL;
+        if (message.len == 0 && (functions & I2C_FUNC_SMBUS_QUICK) == 0)
+            return -EOPNOTSUPP;
+        line += (i == 0 ? "S " : " Sr ") + hexPair(message.addr);
         if ((message.flags & I2C_M_RD) != 0) {
             line += counted(message.len);
-            const auto bytes = addressed == nullptr ? std::nullopt : addressed->read(message.len);
+            const auto bytes = chip == nullptr ? std::nullopt : chip->read(message.len);
             if (bytes)
                 std::copy(bytes->begin(), bytes->end(), message.buf);
             else
@@ -189,7 +236,7 @@ long FakeI2cBus::ioctl(unsigned long request, void* argument)
         } else {
             const ByteArray bytes(message.buf, message.buf + message.len);
             line += std::string{" W"} + (bytes.empty() ? "" : " ") + shortHex(bytes);
-            if (addressed == nullptr || !addressed->write(bytes))
+            if (chip == nullptr || !chip->write(bytes))
                 result = -noAnswerError;
         }
     }

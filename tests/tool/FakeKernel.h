@@ -1,5 +1,5 @@
-// An i2c-dev bus and a spidev device inside the test's own process: open, close, read, write and ioctl of a program
-// that links this go to them for the paths that they have, and to the kernel for all others.
+// An i2c-dev bus and a spidev device inside the test's own process: open, stat, close, read, write and ioctl of a
+// program that links this go to them for the paths that they have, and to the kernel for all others.
 #pragma once
 
 #include <serialComm/SyncSerialBase.h>
@@ -13,6 +13,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+struct i2c_msg;
 
 /// A chip on the bus. What a chip does with the bytes is the test's business.
 class FakeChip
@@ -46,30 +48,35 @@ class FakeDevice
 {
 public:
     virtual ~FakeDevice() = default;
+
+    /// What a new descriptor leads to; nothing: to the node itself.
+    virtual std::shared_ptr<FakeDevice> opened() { return nullptr; }
+    [[nodiscard]] virtual unsigned int majorNumber() const { return 0; }
+    int openError = 0;  ///< errno of open
+
     virtual long write(const ByteArray& /*bytes*/) { return -22; }
     virtual long read(uint8_t* /*buffer*/, size_t /*count*/) { return -22; }
     virtual long ioctl(unsigned long request, void* argument) = 0;
 };
 
 /// Answers as i2c-dev does: an I2C_RDWR with the number of messages, 8192 bytes a plain transfer at most, ENXIO (or
-/// another errno) where no chip acknowledges. Records the traffic in the tool's notation, what was read as [N].
+/// another errno) where no chip acknowledges, EOPNOTSUPP for what the adapter cannot do. Records the traffic in the
+/// tool's notation, what was read as [N].
 class FakeI2cBus : public FakeDevice
 {
 public:
-    long write(const ByteArray& bytes) override;
-    long read(uint8_t* buffer, size_t count) override;
+    std::shared_ptr<FakeDevice> opened() override;
+    [[nodiscard]] unsigned int majorNumber() const override { return 89; }
     long ioctl(unsigned long request, void* argument) override;
+
+    /// Does what happens between a start and the stop.
+    long transfer(struct i2c_msg* messages, size_t count);
 
     std::map<int, std::shared_ptr<FakeChip>> chips;
     std::vector<int> inUse;            ///< addresses that a kernel driver has: I2C_SLAVE is EBUSY
     int noAnswerError = 6;             ///< ENXIO
     unsigned long functions = ~0UL;    ///< I2C_FUNC_...
-    std::vector<std::string> traffic;  ///< a transaction a line
-
-private:
-    FakeChip* chip(int address);
-
-    int address = -1;
+    std::vector<std::string> traffic;  ///< a transaction a line, as far as it was acknowledged
 };
 
 /// Answers as spidev does: a message with its byte count, EMSGSIZE above 4096 bytes, EINVAL for a mode that the
@@ -77,6 +84,7 @@ private:
 class FakeSpi : public FakeDevice
 {
 public:
+    [[nodiscard]] unsigned int majorNumber() const override { return 153; }
     long ioctl(unsigned long request, void* argument) override;
 
     std::function<ByteArray(const ByteArray&)> exchange = [](const ByteArray& out) { return out; };

@@ -157,6 +157,12 @@ ErrorScope::~ErrorScope()
     scope = outer;
 }
 
+void ErrorScope::report(const std::string& message, int number)
+{
+    if (scope != nullptr)
+        scope->add(message, number);
+}
+
 void ErrorScope::add(const std::string& message, int number)
 {
     if (!error)

@@ -34,6 +34,9 @@ public:
 
     [[nodiscard]] const std::optional<LibraryError>& first() const { return error; }
 
+    /// An error of a device that is not the library's, in the innermost scope, as if the library had logged it.
+    static void report(const std::string& message, int number);
+
     // For the appender.
     void add(const std::string& message, int number);
     [[nodiscard]] bool shows() const { return visibility == Shown; }

@@ -9,10 +9,14 @@
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <memory>
 
 static void writeError(const std::string& text)
 {
@@ -45,6 +49,20 @@ void writeAll(int fd, const void* data, size_t size, const std::string& name)
     }
 }
 
+std::string timeOfDay()
+{
+    struct timespec now {
+    };
+    clock_gettime(CLOCK_REALTIME, &now);
+    struct tm local {
+    };
+    localtime_r(&now.tv_sec, &local);
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "[%02d:%02d:%02d.%03ld] ", local.tm_hour, local.tm_min, local.tm_sec,
+                  now.tv_nsec / 1'000'000);
+    return text.data();
+}
+
 void print(const std::string& text)
 {
     writeAll(STDOUT_FILENO, text.data(), text.size(), "standard output");
@@ -75,7 +93,7 @@ void printHint(const std::string& hint)
     writeError("  try: " + printable(hint) + '\n');
 }
 
-ByteArray readFrom(int fd)
+ByteArray readFrom(int fd, const std::string& name)
 {
     ByteArray bytes(65536);
     for (;;) {
@@ -89,8 +107,7 @@ ByteArray readFrom(int fd)
         if (error == EAGAIN)
             waitFor(fd, POLLIN);
         else if (error != EINTR)
-            throw Failure{WrongCommandLine,
-                          (fd == STDIN_FILENO ? "standard input: " : "input: ") + std::string{strerror(error)}};
+            throw Failure{WrongCommandLine, name + ": " + strerror(error)};
     }
 }
 
@@ -99,17 +116,32 @@ ByteArray readInput()
     return readFrom(STDIN_FILENO);
 }
 
-ByteArray readWholeInput(size_t most)
+static ByteArray readWhole(int fd, const std::string& name, size_t most)
 {
     ByteArray bytes;
     for (;;) {
-        const ByteArray piece = readInput();
+        const ByteArray piece = readFrom(fd, name);
         if (piece.empty())
             return bytes;
         bytes.insert(bytes.end(), piece.begin(), piece.end());
         if (bytes.size() > most)
-            throw Failure{WrongCommandLine, "standard input: more than " + std::to_string(most) + " bytes"};
+            throw Failure{WrongCommandLine, name + ": more than " + std::to_string(most) + " bytes"};
     }
+}
+
+ByteArray readWholeInput(size_t most)
+{
+    return readWhole(STDIN_FILENO, "standard input", most);
+}
+
+ByteArray readWholeFile(const std::string& name, size_t most)
+{
+    if (name == "-")
+        return readWholeInput(most);
+    const std::unique_ptr<FILE, int (*)(FILE*)> file{fopen(name.c_str(), "re"), fclose};
+    if (!file)
+        throw Failure{CannotOpen, name + ": " + strerror(errno)};
+    return readWhole(fileno(file.get()), name, most);
 }
 
 int64_t Output::nowMs()
@@ -127,17 +159,41 @@ void Output::progress(const std::string& text)
     progressShown = !text.empty();
 }
 
+void Output::startSeries(bool withTimes)
+{
+    series = true;
+    times = withTimes;
+}
+
+Output::Fields Output::withTime(const Fields& fields) const
+{
+    if (!times)
+        return fields;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    Fields object{{"time", static_cast<double>(microseconds) / 1e6}};
+    object.update(fields);
+    return object;
+}
+
+void Output::line(const std::string& text) const
+{
+    printLine(times ? timeOfDay() + text : text);
+}
+
 void Output::bytes(const Fields& fields, const ByteArray& bytes, size_t firstOffset)
 {
     progress({});
     if (options.json) {
-        Fields object = fields;
+        Fields object = withTime(fields);
         object["bytes"] = bytes;
         printJson(object);
     } else if (options.raw) {
         printBytes(bytes);
     } else if (options.hexDump) {
         print(::hexDump(bytes, firstOffset, 8));
+    } else if (series) {
+        line(hexLine(bytes));
     } else {
         print(hexLines(bytes));
     }
@@ -147,9 +203,9 @@ void Output::result(const Fields& fields, const std::string& text)
 {
     progress({});
     if (options.json)
-        printJson(fields);
+        printJson(withTime(fields));
     else
-        printLine(text);
+        line(text);
 }
 
 void Output::traffic(const std::string& lines) const

@@ -28,6 +28,11 @@ public:
 
     [[nodiscard]] bool json() const { return options.json; }
     [[nodiscard]] bool raw() const { return options.raw; }
+    [[nodiscard]] bool hexDump() const { return options.hexDump; }
+
+    /// What follows are results of one kind, one after the other: bytes in hex are one line each. `withTimes` puts the
+    /// time of day before each line, and "time" before the fields: seconds since the epoch, with microseconds.
+    void startSeries(bool withTimes);
 
     /// Progress of long work, on a terminal on standard error, from one second after the start on. An empty text
     /// removes it. The log at -v takes its place.
@@ -50,9 +55,16 @@ private:
     OutputOptions options;
     int64_t startedMs = nowMs();
     bool progressShown = false;
+    bool series = false;
+    bool times = false;
 
     static int64_t nowMs();
+    [[nodiscard]] Fields withTime(const Fields& fields) const;
+    void line(const std::string& text) const;
 };
+
+/// "[12:34:56.789] ", local time.
+std::string timeOfDay();
 
 void print(const std::string& text);
 void printLine(const std::string& line);
@@ -70,9 +82,12 @@ void printHint(const std::string& hint);
 /// Writes everything to a descriptor. `name` is what the error message calls it.
 void writeAll(int fd, const void* data, size_t size, const std::string& name);
 
-/// Up to 64 KiB of a descriptor, standard input by default, as soon as there is some; empty at its end.
-ByteArray readFrom(int fd);
+/// Up to 64 KiB of a descriptor as soon as there is some; empty at its end. `name` is what the error message calls it.
+ByteArray readFrom(int fd, const std::string& name = "standard input");
 ByteArray readInput();
 
 /// All of standard input, at most `most` bytes.
 ByteArray readWholeInput(size_t most);
+
+/// The same of a file, or of standard input for "-".
+ByteArray readWholeFile(const std::string& name, size_t most);

@@ -20,9 +20,16 @@ namespace
 
 constexpr size_t driverLimit = 8192;  // i2c-dev, in one message
 
-std::string nameOf(int address)
+std::string nameOf(const std::string& path, int address)
 {
-    return hexNumber(static_cast<unsigned int>(address));
+    return hexNumber(static_cast<unsigned int>(address)) + " on " + path;
+}
+
+std::string inUse(const std::string& path, int address)
+{
+    const std::string driver = i2cDriver(path, address);
+    return nameOf(path, address) + " is in use by " +
+           (driver.empty() ? "a kernel driver" : "the kernel driver " + driver);
 }
 
 }  // namespace
@@ -53,21 +60,27 @@ Failure chipOpenFailure(const std::string& path, int address, int error)
         return openFailure(path, error, i2cBuses);
     const std::string driver = i2cDriver(path, address);
     const std::string device = i2cDeviceName(path, address);
-    return {CannotOpen,
-            nameOf(address) + " on " + path + " is in use by " +
-                (driver.empty() ? "a kernel driver" : "the kernel driver " + driver),
+    return {CannotOpen, inUse(path, address),
             "read it below /sys/bus/i2c/devices/" + device +
-                (driver.empty() ? "" : ", or: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind")};
+                (driver.empty()
+                     ? ""
+                     : ", or unbind the driver: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind") +
+                ", or use --force"};
 }
 
-Chip::Chip(const std::string& bus, int chipAddress, Output& shown)
-    : OpenBus(shown, bus, chipAddress), address(chipAddress)
+Chip::Chip(const ChipRequest& request, Output& shown)
+    : OpenBus(shown, request.bus, request.address), address(request.address)
 {
     const ErrorScope errors;
-    const bool open = device.init();
+    bool open = device.init();
     throwIfSignalled();
+    const int error = errors.first() ? errors.first()->error : 0;
+    if (!open && error == EBUSY && request.force) {
+        printError(inUse(path, address) + "; talking to it all the same, through I2C_RDWR (--force)");
+        open = device.openForced();
+    }
     if (!open)
-        throw chipOpenFailure(path, address, errors.first() ? errors.first()->error : 0);
+        throw chipOpenFailure(path, address, error);
 }
 
 bool Chip::write(const ByteArray& bytes)
@@ -86,22 +99,40 @@ ByteArray Chip::writeRead(const ByteArray& bytes, size_t count)
                     [&](I2c& i2c) { return i2c.writeRead(bytes, count); });
 }
 
-std::optional<uint8_t> Chip::registerValue(uint8_t reg)
+template <typename Call>
+bool Chip::answers(const std::string& traffic, Call call)
 {
     throwIfSignalled();
-    output.traffic(writeReadTraffic(address, {reg}, 1));
+    output.traffic(traffic);
     const ErrorScope errors;
-    const ByteArray bytes = device.writeRead({reg}, 1);
+    call(device);
     if (errors.first() && !meansNoAnswer(errors.first()->error))
-        throw failure(1, *errors.first());
-    return bytes.empty() ? std::nullopt : std::optional{bytes.front()};
+        throw failure(0, *errors.first());
+    return !errors.first();
+}
+
+std::optional<uint8_t> Chip::registerValue(const ByteArray& reg)
+{
+    ByteArray value;
+    const bool answered = answers(writeReadTraffic(address, reg, 1), [&](I2c& i2c) { value = i2c.writeRead(reg, 1); });
+    return answered ? std::optional{value.front()} : std::nullopt;
+}
+
+bool Chip::acknowledges(const ByteArray& bytes)
+{
+    return answers(writeTraffic(address, bytes), [&](I2c& i2c) { i2c.write(bytes); });
+}
+
+std::string Chip::name() const
+{
+    return nameOf(path, address);
 }
 
 Failure Chip::noAnswer() const
 {
     const std::string prefix = i2cBuses.prefix;
     const std::string bus = path.compare(0, prefix.size(), prefix) == 0 ? path.substr(prefix.size()) : path;
-    return {TransferFailed, "no answer from " + nameOf(address) + " on " + path, "serialcomm i2c scan " + bus};
+    return {TransferFailed, "no answer from " + name(), "serialcomm i2c scan " + bus};
 }
 
 Failure Chip::failure(size_t longest, const LibraryError& error) const

@@ -1,9 +1,9 @@
-// One chip on a bus, opened by the library.
+// One chip on a bus, opened.
 #pragma once
 
 #include "device/OpenBus.h"
-
-#include <serialComm/I2c.h>
+#include "i2c/ChipDevice.h"
+#include "i2c/ChipRequest.h"
 
 #include <optional>
 #include <string>
@@ -11,21 +11,29 @@
 namespace i2c
 {
 
-class Chip : public OpenBus<I2c>
+class Chip : public OpenBus<ChipDevice>
 {
 public:
-    Chip(const std::string& bus, int chipAddress, Output& shown);
+    Chip(const ChipRequest& request, Output& shown);
 
     bool write(const ByteArray& bytes);
     ByteArray read(size_t count);
     ByteArray writeRead(const ByteArray& bytes, size_t count);
 
     /// Nothing when it did not answer.
-    std::optional<uint8_t> registerValue(uint8_t reg);
+    std::optional<uint8_t> registerValue(const ByteArray& reg);
+
+    /// As write(), but false when it did not answer.
+    bool acknowledges(const ByteArray& bytes);
 
     [[nodiscard]] Failure noAnswer() const;
 
+    /// "0x48 on /dev/i2c-4"
+    [[nodiscard]] std::string name() const;
+
 private:
+    template <typename Call>
+    bool answers(const std::string& traffic, Call call);
     [[nodiscard]] Failure failure(size_t longest, const LibraryError& error) const override;
 
     int address;

@@ -15,9 +15,12 @@ struct ChipRequest {
     std::string bus;
     int address = 0;
     bool anyAddress = false;
+    bool force = false;
 };
 
 void describeChip(Grammar& grammar, ChipRequest& request);
+void describeRegister(Grammar& grammar, ByteArray& reg);
+void describeBytes(Grammar& grammar, std::vector<std::string>& words);
 void check(const ChipRequest& request);
 
 /// "device" and "address", with which each result in JSON begins.

@@ -35,4 +35,12 @@ std::string writeReadTraffic(int address, const ByteArray& bytes, size_t count)
     return written(address, bytes) + " Sr " + name(address) + counted(count);
 }
 
+std::string maskedWriteTraffic(int address, const ByteArray& reg, const ByteArray& mask, const ByteArray& bytes)
+{
+    ByteArray kept = mask;
+    for (uint8_t& byte : kept)
+        byte = static_cast<uint8_t>(~byte);
+    return written(address, reg) + " (read & " + shortHex(kept) + " | " + shortHex(bytes) + ") P";
+}
+
 }  // namespace i2c

@@ -1,8 +1,7 @@
-// Verbs that are one transfer with one chip: get, set, read, write, transfer.
+// Verbs that are one transfer with one chip, without registers: read, write, transfer.
 
 #include "i2c/Verbs.h"
 
-#include "base/Bytes.h"
 #include "i2c/Chip.h"
 #include "i2c/ChipRequest.h"
 #include "i2c/Traffic.h"
@@ -13,84 +12,6 @@ namespace i2c
 {
 namespace
 {
-
-constexpr auto message = "an I2C message";
-
-void describeBytes(Grammar& grammar, std::vector<std::string>& words)
-{
-    grammar.words("BYTES", "Hex pairs: de ad, dead, de:ad; - for raw standard input", words);
-}
-
-/// Reads a register.
-struct Get : ChipRequest {
-    ByteArray reg;
-    size_t count = 0;
-    bool stop = false;
-};
-
-void describe(Grammar& grammar, OutputOptions& output, Get& request)
-{
-    describeChip(grammar, request);
-    grammar.word("REG", "Register: 0x10 is one byte, 0x0010 two, high byte first", request.reg, parseRegister);
-    grammar.optionalWord("N", "Bytes to read, decimal", request.count, parseI2cCount, "1");
-    grammar.flag("--stop", "Register and data as two transactions, with a stop between them", request.stop);
-    grammar.output(output, true, true);
-}
-
-std::string traffic(const Get& request)
-{
-    if (request.stop)
-        return writeTraffic(request.address, request.reg) + "\n" + readTraffic(request.address, request.count);
-    return writeReadTraffic(request.address, request.reg, request.count);
-}
-
-void run(const Get& request, Output& output)
-{
-    Chip chip{request.bus, request.address, output};
-    ByteArray bytes;
-    if (request.stop) {
-        chip.write(request.reg);
-        bytes = chip.read(request.count);
-    } else {
-        bytes = chip.writeRead(request.reg, request.count);
-    }
-    nlohmann::ordered_json fields = fieldsOf(request);
-    fields["register"] = hexName(request.reg);
-    output.bytes(fields, bytes);
-}
-
-/// Writes to a register.
-struct Set : ChipRequest {
-    ByteArray reg;
-    std::vector<std::string> words;
-    ByteArray bytes;  ///< with the register in front
-};
-
-void describe(Grammar& grammar, OutputOptions& /*output*/, Set& request)
-{
-    describeChip(grammar, request);
-    grammar.word("REG", "Register: 0x10 is one byte, 0x0010 two, high byte first", request.reg, parseRegister);
-    describeBytes(grammar, request.words);
-}
-
-void check(Set& request)
-{
-    check(static_cast<const ChipRequest&>(request));
-    request.bytes = bytesToSend(request.words, maxI2cBytes);
-    request.bytes.insert(request.bytes.begin(), request.reg.begin(), request.reg.end());
-    checkSize(request.bytes.size(), maxI2cBytes, message);
-}
-
-std::string traffic(const Set& request)
-{
-    return writeTraffic(request.address, request.bytes);
-}
-
-void run(const Set& request, Output& output)
-{
-    Chip chip{request.bus, request.address, output};
-    chip.write(request.bytes);
-}
 
 struct Read : ChipRequest {
     size_t count = 0;
@@ -110,7 +31,7 @@ std::string traffic(const Read& request)
 
 void run(const Read& request, Output& output)
 {
-    Chip chip{request.bus, request.address, output};
+    Chip chip{request, output};
     output.bytes(fieldsOf(request), chip.read(request.count));
 }
 
@@ -139,7 +60,7 @@ std::string traffic(const Write& request)
 
 void run(const Write& request, Output& output)
 {
-    Chip chip{request.bus, request.address, output};
+    Chip chip{request, output};
     chip.write(request.bytes);
 }
 
@@ -176,7 +97,7 @@ std::string traffic(const Transfer& request)
 
 void run(const Transfer& request, Output& output)
 {
-    Chip chip{request.bus, request.address, output};
+    Chip chip{request, output};
     output.bytes(fieldsOf(request), chip.writeRead(request.bytes, request.count));
 }
 
@@ -184,8 +105,6 @@ void run(const Transfer& request, Output& output)
 
 void addTransfers(Verbs& verbs)
 {
-    verbs.push_back(verb<Get>("i2c", "get", "read N bytes from a register, repeated start", "i2c get 4 0x48 0x00 2"));
-    verbs.push_back(verb<Set>("i2c", "set", "write to a register", "i2c set 4 0x48 0x02 4b 00"));
     verbs.push_back(verb<Read>("i2c", "read", "read N bytes", "i2c read 4 0x48 2"));
     verbs.push_back(verb<Write>("i2c", "write", "write bytes", "i2c write 4 0x50 00 de ad"));
     verbs.push_back(verb<Transfer>("i2c", "transfer", "write, repeated start, read N", "i2c transfer 4 0x50 00 +16"));

@@ -33,9 +33,52 @@ ByteArray parseRegister(const std::string& text)
     return parseBytes({digits});
 }
 
+size_t registerNumber(const ByteArray& reg)
+{
+    size_t number = 0;
+    for (const uint8_t byte : reg)
+        number = number << 8 | byte;
+    return number;
+}
+
 size_t parseI2cCount(const std::string& text)
 {
-    return parseCount(text, maxI2cBytes, "an I2C message");
+    return parseCount(text, maxI2cBytes, message);
+}
+
+Bits parseBits(const std::string& text)
+{
+    const size_t equals = text.find('=');
+    const std::string mask = text.substr(0, equals);
+    const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
+    if (!hasHexPrefix(mask) || !hasHexPrefix(value) || mask.size() != value.size())
+        refuse("bits \"" + text + "\": MASK=VALUE in hex, equally wide, such as 0x80=0x00");
+    const Bits bits{parseBytes({mask}), parseBytes({value})};
+    if (!isWithin(bits.mask, bits.value))
+        refuse("bits " + text + ": the value has bits outside the mask");
+    return bits;
+}
+
+ByteArray parseMask(const std::string& text)
+{
+    const ByteArray mask = parseBytes({text});
+    if (mask.empty())
+        refuse("mask \"" + text + "\": hex, as wide as BYTES");
+    return mask;
+}
+
+bool matches(const ByteArray& bytes, const ByteArray& mask, const ByteArray& value)
+{
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        if (((bytes[i] ^ value[i]) & mask[i]) != 0)
+            return false;
+    }
+    return true;
+}
+
+bool isWithin(const ByteArray& mask, const ByteArray& bytes)
+{
+    return matches(bytes, bytes, mask);
 }
 
 }  // namespace i2c

@@ -11,6 +11,7 @@ namespace i2c
 {
 
 constexpr size_t maxI2cBytes = 65535;  // the kernel's field for a message's length has 16 bits
+constexpr auto message = "an I2C message";
 
 /// "4", "i2c-4" or a path, to a path.
 std::string parseBus(const std::string& text);
@@ -21,7 +22,30 @@ int parseAddress(const std::string& text);
 /// A register address is sent as wide as it is written, high byte first; a single digit is one byte.
 ByteArray parseRegister(const std::string& text);
 
+/// The register address as a number.
+size_t registerNumber(const ByteArray& reg);
+
 /// Bytes of one message.
 size_t parseI2cCount(const std::string& text);
+
+/// What some of the bits of a register have to be.
+struct Bits {
+    ByteArray mask;
+    ByteArray value;
+};
+
+/// "0x80=0x00": MASK=VALUE, both as wide as what is read.
+Bits parseBits(const std::string& text);
+
+/// Hex pairs, at least one.
+ByteArray parseMask(const std::string& text);
+
+// Of equally long bytes:
+
+/// `bytes` is `value` where the mask has ones.
+bool matches(const ByteArray& bytes, const ByteArray& mask, const ByteArray& value);
+
+/// `bytes` has no ones where the mask has none.
+bool isWithin(const ByteArray& mask, const ByteArray& bytes);
 
 }  // namespace i2c
