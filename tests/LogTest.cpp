@@ -21,7 +21,7 @@
 #include <utility>
 #include <vector>
 
-/// Opens a device as the descriptor of /dev/zero, which takes and gives any number of bytes and knows no request.
+/// Opens a device whose descriptor is /dev/zero: reads and writes of any length succeed, every ioctl() fails.
 template <class Device>
 static void openOnZero(Device& device, size_t answersAfterOpen)
 {
@@ -32,7 +32,7 @@ static void openOnZero(Device& device, size_t answersAfterOpen)
     EXPECT_TRUE(device.init());
 }
 
-TEST(Log, AStatementThatIsOffCostsOneLevelCheckAndNothingElse)
+TEST(Log, ADisabledStatementCostsOneLevelCheckAndNothingElse)
 {
     I2c i2c{"/dev/i2c-4", 0x48};
     Spi spi{"/dev/spidev2.0", 500000, 0};
@@ -50,16 +50,16 @@ TEST(Log, AStatementThatIsOffCostsOneLevelCheckAndNothingElse)
     } table[] = {
         {"I2c::write", [&] { i2c.write(data); }, 2, 0},
         {"I2c::read", [&] { i2c.read(16); }, 2, 1},
-        {"I2c::read of nothing", [&] { i2c.read(0); }, 2, 0},
+        {"I2c::read, length 0", [&] { i2c.read(0); }, 2, 0},
         {"I2c::readRegister", [&] { i2c.readRegister(1, 16); }, 2, 1},
         {"I2c::writeRegister", [&] { i2c.writeRegister(1, data); }, 2, 1},
-        {"I2c::writeRead, refused", [&] { i2c.writeRead(data, 16); }, 1, 1},
+        {"I2c::writeRead, failed", [&] { i2c.writeRead(data, 16); }, 1, 1},
         {"I2c::setMaxSpeed", [&] { i2c.setMaxSpeed(1); }, 1, 0},
-        {"Spi::write, refused", [&] { spi.write(data); }, 3, 0},
-        {"Spi::read, refused", [&] { spi.read(16); }, 3, 1},
-        {"Spi::writeRead, refused", [&] { spi.writeRead(data, 16); }, 1, 1},
-        {"Spi::writeRead with a copy, refused", [&] { spi.writeRead(data, 17); }, 1, 2},
-        {"Spi::setMaxSpeed, refused", [&] { spi.setMaxSpeed(1); }, 4, 0},
+        {"Spi::write, failed", [&] { spi.write(data); }, 3, 0},
+        {"Spi::read, failed", [&] { spi.read(16); }, 3, 1},
+        {"Spi::writeRead, failed", [&] { spi.writeRead(data, 16); }, 1, 1},
+        {"Spi::writeRead with a copy, failed", [&] { spi.writeRead(data, 17); }, 1, 2},
+        {"Spi::setMaxSpeed, failed", [&] { spi.setMaxSpeed(1); }, 4, 0},
         {"Uart::write", [&] { uart.write(data); }, 0, 0},
         {"Uart::read", [&] { uart.read(16); }, 0, 1},
     };
@@ -76,7 +76,7 @@ TEST(Log, AStatementThatIsOffCostsOneLevelCheckAndNothingElse)
     }
 }
 
-TEST(Log, ATraceLineAsksForItsTextEachTime)
+TEST(Log, EachTraceLineCallsScopedFunction)
 {
     recordLog();
     I2c device{"/dev/i2c-4", 0x48};
@@ -87,7 +87,7 @@ TEST(Log, ATraceLineAsksForItsTextEachTime)
     EXPECT_EQ(2, counts().scopesFormatted);
 }
 
-/// Keeps what each record says, and the line of source code that it names.
+/// Collects the message of each record and the line of source code that the record names.
 class StatementKeeper : public log4cplus::Appender
 {
 public:
@@ -127,7 +127,7 @@ TEST(Log, ARecordNamesTheLineOfItsStatement)
     logger.removeAllAppenders();
 }
 
-TEST(Log, ThresholdsDecideLineByLine)
+TEST(Log, TheLevelDecidesWhichLinesAreWritten)
 {
     const struct {
         log4cplus::LogLevel level;
@@ -154,7 +154,7 @@ TEST(Log, ThresholdsDecideLineByLine)
     }
 }
 
-TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
+TEST(Load, AMillionTransfersOfEachKindLeakNothing)
 {
     const WillingKernel kernel;
     I2c i2c{"/dev/i2c-4", 0x48};
@@ -175,7 +175,7 @@ TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
     EXPECT_EQ(1000000U * (4 + 6 * 16), done);
     EXPECT_EQ(before, counts().blocks);
     EXPECT_EQ(processBefore.descriptors, resourcesInUse().descriptors);
-#ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
+#ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and detects leaks itself
     EXPECT_LT(resourcesInUse().residentKiB - processBefore.residentKiB, 256);
 #endif
 }

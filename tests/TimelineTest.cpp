@@ -1,4 +1,4 @@
-// What runs the timelines refuses whatever it does not understand, so that no case passes unplayed.
+// Timelines that cannot be read must fail: otherwise a case could pass without being played.
 #include "support/Timeline.h"
 #include "support/ScriptedKernel.h"
 
@@ -20,7 +20,7 @@ static std::string errorOf(const std::function<void()>& action)
     return "no error";
 }
 
-TEST(Timeline, RefusesAMisspeltLine)
+TEST(Timeline, RejectsMisspeltLines)
 {
     const struct {
         std::vector<std::string> lines;
@@ -55,7 +55,7 @@ TEST(Timeline, RefusesAMisspeltLine)
     }
 }
 
-TEST(Timeline, RefusesAFileWithoutCases)
+TEST(Timeline, RejectsFilesWithoutCases)
 {
     const struct {
         const char* text;

@@ -12,7 +12,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-/// Runs init() of a port whose every system call succeeds.
+/// Runs init() with a kernel on which every system call succeeds.
 static std::string timelineOfInit(int baud, int stopBits, const std::string& parity)
 {
     ScriptedKernel kernel{{answers(7), answers(0), answers(0), answers(0), names(""), answers(0), answers(0)}};
@@ -40,7 +40,7 @@ TEST(UartInit, AppliesEachSpeedParityAndNumberOfStopBits)
     }
 }
 
-TEST(UartInit, RefusesEveryOtherSpeedParityAndNumberOfStopBits)
+TEST(UartInit, RejectsOtherSpeedsParitiesAndNumbersOfStopBits)
 {
     recordLog();
     const auto logOfInit = [](int baud, int stopBits, const std::string& parity) {
