@@ -16,7 +16,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <memory>
 
 static void writeError(const std::string& text)
 {
@@ -93,7 +92,7 @@ void printHint(const std::string& hint)
     writeError("  try: " + printable(hint) + '\n');
 }
 
-ByteArray readFrom(int fd, const std::string& name)
+ByteArray readFrom(int fd)
 {
     ByteArray bytes(65536);
     for (;;) {
@@ -107,7 +106,8 @@ ByteArray readFrom(int fd, const std::string& name)
         if (error == EAGAIN)
             waitFor(fd, POLLIN);
         else if (error != EINTR)
-            throw Failure{WrongCommandLine, name + ": " + strerror(error)};
+            throw Failure{WrongCommandLine,
+                          (fd == STDIN_FILENO ? "standard input: " : "input: ") + std::string{strerror(error)}};
     }
 }
 
@@ -116,32 +116,17 @@ ByteArray readInput()
     return readFrom(STDIN_FILENO);
 }
 
-static ByteArray readWhole(int fd, const std::string& name, size_t most)
+ByteArray readWholeInput(size_t most)
 {
     ByteArray bytes;
     for (;;) {
-        const ByteArray piece = readFrom(fd, name);
+        const ByteArray piece = readInput();
         if (piece.empty())
             return bytes;
         bytes.insert(bytes.end(), piece.begin(), piece.end());
         if (bytes.size() > most)
-            throw Failure{WrongCommandLine, name + ": more than " + std::to_string(most) + " bytes"};
+            throw Failure{WrongCommandLine, "standard input: more than " + std::to_string(most) + " bytes"};
     }
-}
-
-ByteArray readWholeInput(size_t most)
-{
-    return readWhole(STDIN_FILENO, "standard input", most);
-}
-
-ByteArray readWholeFile(const std::string& name, size_t most)
-{
-    if (name == "-")
-        return readWholeInput(most);
-    const std::unique_ptr<FILE, int (*)(FILE*)> file{fopen(name.c_str(), "re"), fclose};
-    if (!file)
-        throw Failure{CannotOpen, name + ": " + strerror(errno)};
-    return readWhole(fileno(file.get()), name, most);
 }
 
 int64_t Output::nowMs()
