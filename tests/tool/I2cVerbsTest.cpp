@@ -2,6 +2,7 @@
 
 #include "FakeKernel.h"
 
+#include "base/Files.h"
 #include "base/Signals.h"
 #include "cli/CommandLine.h"
 
@@ -506,6 +507,9 @@ TEST_F(I2cVerbs, WriteAnEepromPageByPage)
     const std::string path = testing::TempDir() + "eeprom.bin";
     std::ofstream{path} << "abc";
     expect({{"i2c eeprom 4 0x50 write 0xfd " + path, 0}, {"i2c eeprom 4 0x50 read 0xfd --raw", 0, "abc"}});
+    expect({{"i2c eeprom 4 0x50 read 0xfe 2 -o " + path, 0}, {"i2c eeprom 4 0x50 read 0xfe 1 -o -", 0, "b"}});
+    EXPECT_EQ("bc", asText(readFile(path, 10)));
+    expect({{"i2c eeprom 4 0x50 read -o " + path + "/x", 3, "", "serialcomm: " + path + "/x: Not a directory\n", ""}});
     unlink(path.c_str());
     expect({{"i2c eeprom 4 0x50 write 0xfd " + path, 3, "", "serialcomm: " + path + ": No such file or directory\n"}});
 
@@ -639,10 +643,14 @@ TEST_F(I2cVerbs, RefuseWhatCannotBeMeant)
                 "--size tells its size"),
         refused("i2c eeprom 4 0x50 read 16", "offset 16: write 0x16, or 0x10 if decimal 16 is meant"),
         refused("i2c eeprom 4 0x50 write 0", "i2c eeprom write: OFFSET and FILE are required"),
-        refused("i2c eeprom 4 0x50 verify 0 - --json", "i2c eeprom verify: --json, --raw and --hexdump are for read"),
-        refused("i2c eeprom 4 0x50 write 0 - --raw", "i2c eeprom write: --json, --raw and --hexdump are for read"),
-        refused("i2c eeprom 4 0x50 write 0 - --hexdump", "i2c eeprom write: --json, --raw and --hexdump are for read"),
-        refused("i2c eeprom 4 0x50 write 0 -", "standard input: no bytes"),
+        refused("i2c eeprom 4 0x50 verify 0 - --json",
+                "i2c eeprom verify: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 - --raw", "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 - -o file",
+                "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 - --hexdump",
+                "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 -", "no bytes to write"),
         refused("i2c eeprom 4 0x52 read --size 2048", "i2c eeprom: --size 2048 takes 8 addresses; ADDR is the first of "
                                                       "them, 0x50"),
         refused("i2c eeprom 4 0x50 read --size 4096 --width 1", "i2c eeprom: --size 4096 wants --width 2"),
