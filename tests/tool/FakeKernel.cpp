@@ -175,7 +175,7 @@ public:
         address = static_cast<int>(reinterpret_cast<uintptr_t>(argument));
         if (address > 0x7f)
             return -EINVAL;
-        return std::count(bus.inUse.begin(), bus.inUse.end(), address) > 0 ? -EBUSY : 0;
+        return std::count(bus.inUse.begin(), bus.inUse.end(), address) > 0 ? -EBUSY : -bus.bindError;
     }
 
 private:

@@ -74,6 +74,7 @@ public:
 
     std::map<int, std::shared_ptr<FakeChip>> chips;
     std::vector<int> inUse;            ///< addresses that a kernel driver has: I2C_SLAVE is EBUSY
+    int bindError = 0;                 ///< errno of I2C_SLAVE
     int noAnswerError = 6;             ///< ENXIO
     unsigned long functions = ~0UL;    ///< I2C_FUNC_...
     std::vector<std::string> traffic;  ///< a transaction a line, as far as it was acknowledged

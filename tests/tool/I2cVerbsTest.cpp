@@ -2,13 +2,17 @@
 
 #include "FakeKernel.h"
 
-#include "base/Bytes.h"
+#include "base/Files.h"
+#include "base/Signals.h"
+#include "cli/CommandLine.h"
 
 #include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
 #include <linux/i2c.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +20,7 @@
 #include <fstream>
 #include <numeric>
 #include <regex>
+#include <thread>
 
 namespace
 {
@@ -38,6 +43,7 @@ public:
 
     std::optional<ByteArray> read(size_t count) override
     {
+        std::this_thread::sleep_for(readingTakes);
         if (readsUntilReady > 0 && --readsUntilReady == 0)
             memory[0] |= 0x80;
         return FakeRegisters::read(count);
@@ -46,6 +52,7 @@ public:
     std::vector<uint8_t> missing;
     uint8_t writable = 0xff;
     int readsUntilReady = 0;
+    std::chrono::milliseconds readingTakes{0};
 };
 
 /// A block of an EEPROM: a write wraps at the end of its page, and the chip does not answer for a while afterwards.
@@ -69,6 +76,8 @@ public:
         }
         if (bytes.size() > width)
             busy = looksWhileBusy;
+        if (bytes.size() > width && signalAtPage > 0 && --signalAtPage == 0)
+            raise(SIGINT);
         return true;
     }
 
@@ -83,6 +92,7 @@ public:
     ByteArray memory;
     int looksWhileBusy = 2;
     bool writeProtected = false;
+    int signalAtPage = 0;  ///< SIGINT while this page is written, counted from 1
 
 private:
     size_t width;
@@ -377,7 +387,11 @@ TEST_F(I2cVerbs, ScanTheBus)
               "60: -- -- -- -- -- -- -- -- -- -- -- -- -- -- -- --\n"
               "70: -- -- -- -- -- -- -- --\n",
               grid);
-    EXPECT_EQ(std::string::npos, takeTraffic().find("S 49"));
+    const std::string traffic = takeTraffic();
+    EXPECT_EQ(std::string::npos, traffic.find("S 49"));
+    for (const std::string line : {"S 08 W P", "S 2f W P\nS 30 R [1] P", "S 37 R [1] P\nS 38 W P",
+                                   "S 4f W P\nS 50 R [1] P", "S 5f R [1] P\nS 60 W P", "S 77 W P"})
+        EXPECT_NE(std::string::npos, traffic.find(line)) << line;
     expect({{"i2c scan 4 --json", 0,
              R"({"device":"/dev/i2c-4","address":"0x40","in_use":false,"driver":null})"
              "\n"
@@ -386,6 +400,9 @@ TEST_F(I2cVerbs, ScanTheBus)
              R"({"device":"/dev/i2c-4","address":"0x49","in_use":true,"driver":null})"
              "\n"}});
 
+    bus->bindError = EPERM;
+    EXPECT_EQ("serialcomm: /dev/i2c-4: Operation not permitted\n", tool("i2c scan 4").err);
+    bus->bindError = 0;
     bus->functions = I2C_FUNC_I2C;  // no empty write
     takeTraffic();
     tool("i2c scan 4");
@@ -441,6 +458,10 @@ TEST_F(I2cVerbs, WaitForBits)
     sensor->memory[0] = 0;
     sensor->readsUntilReady = 2;  // ready at the last look, when the time is over
     expect({{"i2c get 4 0x48 0x00 --until-bits 0x80=0x80 --deadline 0.01 --every 10", 0, "80\n"}});
+    sensor->memory[0] = 0;
+    sensor->readsUntilReady = 2;
+    sensor->readingTakes = std::chrono::milliseconds{2};  // longer than the deadline
+    expect({{"i2c get 4 0x48 0x00 --until-bits 0x80=0x80 --deadline 0.001", 0, "80\n"}});
 }
 
 TEST_F(I2cVerbs, ChangeSomeBits)
@@ -457,10 +478,12 @@ TEST_F(I2cVerbs, ChangeSomeBits)
             {"i2c set 4 0x48 0x01 80 --mask 80 --verify", 1, "",
              "serialcomm: 0x48 on /dev/i2c-4: register 0x01: wrote f0, read 70\n"},
             {"i2c set 4 0x48 0x01 f0", 0}});
-    // Bits outside the mask may have changed meanwhile.
-    sensor->writable = 0xfe;
-    sensor->memory[1] = 0x01;
-    expect({{"i2c set 4 0x48 0x01 80 --mask 80 --verify", 0}});
+    // A bit outside the mask changes before it is read back.
+    sensor->writable = 0xff;
+    sensor->memory[0] = 0;
+    sensor->readsUntilReady = 2;
+    expect({{"i2c set 4 0x48 0x00 01 --mask 01 --verify", 0}});
+    EXPECT_EQ(0x81, sensor->memory[0]);
 }
 
 TEST_F(I2cVerbs, WriteAnEepromPageByPage)
@@ -484,6 +507,9 @@ TEST_F(I2cVerbs, WriteAnEepromPageByPage)
     const std::string path = testing::TempDir() + "eeprom.bin";
     std::ofstream{path} << "abc";
     expect({{"i2c eeprom 4 0x50 write 0xfd " + path, 0}, {"i2c eeprom 4 0x50 read 0xfd --raw", 0, "abc"}});
+    expect({{"i2c eeprom 4 0x50 read 0xfe 2 -o " + path, 0}, {"i2c eeprom 4 0x50 read 0xfe 1 -o -", 0, "b"}});
+    EXPECT_EQ("bc", asText(readFile(path, 10)));
+    expect({{"i2c eeprom 4 0x50 read -o " + path + "/x", 3, "", "serialcomm: " + path + "/x: Not a directory\n", ""}});
     unlink(path.c_str());
     expect({{"i2c eeprom 4 0x50 write 0xfd " + path, 3, "", "serialcomm: " + path + ": No such file or directory\n"}});
 
@@ -496,6 +522,22 @@ TEST_F(I2cVerbs, WriteAnEepromPageByPage)
     expect({{"i2c eeprom 4 0x50 write 0 - --deadline 0.02", 1, "",
              "serialcomm: 0x50 on /dev/i2c-4: still busy 20 ms after a page was sent to 0x0000; wrote 0 of 9 bytes\n"}},
            countingUp(9));
+}
+
+TEST_F(I2cVerbs, SayWhatWasWrittenWhenInterrupted)
+{
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const std::string path = testing::TempDir() + "interrupted.bin";
+    std::ofstream{path} << countingUp(20);
+    const auto eeprom = addEeprom(0x50, 1, 256, 8)[0];
+    EXPECT_EXIT(
+        {
+            noteSignals();
+            eeprom->signalAtPage = 3;
+            runCommandLine({"i2c", "eeprom", "4", "0x50", "write", "0", path});
+        },
+        testing::KilledBySignal(SIGINT), "interrupted: wrote 16 of 20 bytes");
+    unlink(path.c_str());
 }
 
 TEST_F(I2cVerbs, ReachAllOfAnEeprom)
@@ -601,8 +643,14 @@ TEST_F(I2cVerbs, RefuseWhatCannotBeMeant)
                 "--size tells its size"),
         refused("i2c eeprom 4 0x50 read 16", "offset 16: write 0x16, or 0x10 if decimal 16 is meant"),
         refused("i2c eeprom 4 0x50 write 0", "i2c eeprom write: OFFSET and FILE are required"),
-        refused("i2c eeprom 4 0x50 verify 0 - --json", "i2c eeprom verify: --json, --raw and --hexdump are for read"),
-        refused("i2c eeprom 4 0x50 write 0 -", "standard input: no bytes"),
+        refused("i2c eeprom 4 0x50 verify 0 - --json",
+                "i2c eeprom verify: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 - --raw", "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 - -o file",
+                "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 - --hexdump",
+                "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+        refused("i2c eeprom 4 0x50 write 0 -", "no bytes to write"),
         refused("i2c eeprom 4 0x52 read --size 2048", "i2c eeprom: --size 2048 takes 8 addresses; ADDR is the first of "
                                                       "them, 0x50"),
         refused("i2c eeprom 4 0x50 read --size 4096 --width 1", "i2c eeprom: --size 4096 wants --width 2"),

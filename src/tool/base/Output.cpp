@@ -16,7 +16,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <memory>
 
 static void writeError(const std::string& text)
 {
@@ -113,10 +112,10 @@ ByteArray readFrom(int fd, const std::string& name)
 
 ByteArray readInput()
 {
-    return readFrom(STDIN_FILENO);
+    return readFrom(STDIN_FILENO, "standard input");
 }
 
-static ByteArray readWhole(int fd, const std::string& name, size_t most)
+ByteArray readWhole(int fd, const std::string& name, size_t most)
 {
     ByteArray bytes;
     for (;;) {
@@ -132,16 +131,6 @@ static ByteArray readWhole(int fd, const std::string& name, size_t most)
 ByteArray readWholeInput(size_t most)
 {
     return readWhole(STDIN_FILENO, "standard input", most);
-}
-
-ByteArray readWholeFile(const std::string& name, size_t most)
-{
-    if (name == "-")
-        return readWholeInput(most);
-    const std::unique_ptr<FILE, int (*)(FILE*)> file{fopen(name.c_str(), "re"), fclose};
-    if (!file)
-        throw Failure{CannotOpen, name + ": " + strerror(errno)};
-    return readWhole(fileno(file.get()), name, most);
 }
 
 int64_t Output::nowMs()

@@ -83,11 +83,9 @@ void printHint(const std::string& hint);
 void writeAll(int fd, const void* data, size_t size, const std::string& name);
 
 /// Up to 64 KiB of a descriptor as soon as there is some; empty at its end. `name` is what the error message calls it.
-ByteArray readFrom(int fd, const std::string& name = "standard input");
+ByteArray readFrom(int fd, const std::string& name);
 ByteArray readInput();
 
-/// All of standard input, at most `most` bytes.
+/// Everything up to the end, at most `most` bytes.
+ByteArray readWhole(int fd, const std::string& name, size_t most);
 ByteArray readWholeInput(size_t most);
-
-/// The same of a file, or of standard input for "-".
-ByteArray readWholeFile(const std::string& name, size_t most);

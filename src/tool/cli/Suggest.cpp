@@ -166,7 +166,8 @@ std::string suggestion(const std::string& word, const std::vector<std::string>& 
     size_t bestDistance = 3;
     for (const std::string& name : known) {
         const size_t steps = distance(word, name);
-        if (steps < bestDistance && steps * 2 < name.size() + 1) {
+        const bool hasOneLetter = name.size() <= 2;  // an option such as -t is no guess for -q
+        if (!hasOneLetter && steps < bestDistance && steps * 2 < name.size() + 1) {
             best = name;
             bestDistance = steps;
         }

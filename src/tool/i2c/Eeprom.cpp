@@ -3,6 +3,7 @@
 #include "i2c/Verbs.h"
 
 #include "base/Bytes.h"
+#include "base/Files.h"
 #include "base/Repeat.h"
 #include "i2c/Chip.h"
 #include "i2c/ChipRequest.h"
@@ -30,6 +31,7 @@ struct Eeprom : ChipRequest {
     Action action = Action::Read;
     size_t offset = 0;
     std::string countOrFile;
+    std::string outputFile;
     size_t size = 0;
     size_t width = 0;  ///< of a word address, in bytes
     size_t page = 0;
@@ -81,6 +83,11 @@ void describe(Grammar& grammar, OutputOptions& output, Eeprom& request)
                       "read: how many bytes, decimal (up to the end); write, verify: a file, - for standard input",
                       request.countOrFile, parseWord)
         .complete(Candidates::Files);
+    grammar
+        .option("-o", "FILE", "read: write the bytes into a file; - for standard output", request.outputFile, parseWord)
+        .complete(Candidates::Files)
+        .exclude("--json")
+        .exclude("--hexdump");
     grammar.option(
         "--size", "N", "Bytes of the EEPROM: 256 for a 24c02, 4096 for a 24c32", request.size,
         [](const std::string& text) { return parsePowerOfTwo("--size", text, maxSize); }, "256");
@@ -97,7 +104,8 @@ void describe(Grammar& grammar, OutputOptions& output, Eeprom& request)
     request.forms = &output;
 }
 
-/// A smaller page than the chip's only costs time, a larger one writes to wrong places: the smallest in data sheets.
+/// The smallest page that data sheets give for this size. A page smaller than the chip's only costs time; a larger one
+/// writes to the wrong places.
 size_t usualPage(size_t size)
 {
     if (size <= 256)
@@ -125,14 +133,14 @@ void checkGeometry(const Eeprom& request)
 
 void takeFile(Eeprom& request)
 {
-    const std::string verb = request.action == Action::Write ? "i2c eeprom write" : "i2c eeprom verify";
+    const std::string verb = request.action == Action::Write ? "write" : "verify";
     if (request.countOrFile.empty())
-        refuse(verb + ": OFFSET and FILE are required");
-    if (request.forms->json || request.forms->raw || request.forms->hexDump)
-        refuse(verb + ": --json, --raw and --hexdump are for read");
-    request.bytes = readWholeFile(request.countOrFile, maxSize);
+        refuse("i2c eeprom " + verb + ": OFFSET and FILE are required");
+    if (request.forms->json || request.forms->raw || request.forms->hexDump || !request.outputFile.empty())
+        refuse("i2c eeprom " + verb + ": -o, --json, --raw and --hexdump are for read");
+    request.bytes = readFile(request.countOrFile, maxSize);
     if (request.bytes.empty())
-        refuse((request.countOrFile == "-" ? "standard input" : request.countOrFile) + ": no bytes");
+        refuse("no bytes to " + verb);
     request.count = request.bytes.size();
 }
 
@@ -281,19 +289,28 @@ void compare(const Eeprom& request, const ByteArray& bytes)
                                           hexPair(bytes[first])};
 }
 
+void show(const Eeprom& request, const ByteArray& bytes, Output& output)
+{
+    nlohmann::ordered_json fields = fieldsOf(request);
+    fields["offset"] = request.offset;
+    output.bytes(fields, bytes, request.offset);
+}
+
 void run(const Eeprom& request, Output& output)
 {
+    std::optional<OutputFile> file;
+    if (!request.outputFile.empty())
+        file.emplace(request.outputFile);
     Chips chips{request, output};
     if (request.action == Action::Write)
         write(request, chips, output);
     const ByteArray bytes = read(request, chips, output);
-    if (request.action != Action::Read) {
+    if (request.action != Action::Read)
         compare(request, bytes);
-        return;
-    }
-    nlohmann::ordered_json fields = fieldsOf(request);
-    fields["offset"] = request.offset;
-    output.bytes(fields, bytes, request.offset);
+    else if (file)
+        file->replace(bytes);
+    else
+        show(request, bytes, output);
 }
 
 }  // namespace
