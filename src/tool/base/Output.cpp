@@ -75,7 +75,7 @@ void printHint(const std::string& hint)
     writeError("  try: " + printable(hint) + '\n');
 }
 
-ByteArray readFrom(int fd)
+ByteArray readFrom(int fd, const std::string& name)
 {
     ByteArray bytes(65536);
     for (;;) {
@@ -89,27 +89,31 @@ ByteArray readFrom(int fd)
         if (error == EAGAIN)
             waitFor(fd, POLLIN);
         else if (error != EINTR)
-            throw Failure{WrongCommandLine,
-                          (fd == STDIN_FILENO ? "standard input: " : "input: ") + std::string{strerror(error)}};
+            throw Failure{WrongCommandLine, name + ": " + strerror(error)};
     }
 }
 
 ByteArray readInput()
 {
-    return readFrom(STDIN_FILENO);
+    return readFrom(STDIN_FILENO, "standard input");
 }
 
-ByteArray readWholeInput(size_t most)
+ByteArray readWhole(int fd, const std::string& name, size_t most)
 {
     ByteArray bytes;
     for (;;) {
-        const ByteArray piece = readInput();
+        const ByteArray piece = readFrom(fd, name);
         if (piece.empty())
             return bytes;
         bytes.insert(bytes.end(), piece.begin(), piece.end());
         if (bytes.size() > most)
-            throw Failure{WrongCommandLine, "standard input: more than " + std::to_string(most) + " bytes"};
+            throw Failure{WrongCommandLine, name + ": more than " + std::to_string(most) + " bytes"};
     }
+}
+
+ByteArray readWholeInput(size_t most)
+{
+    return readWhole(STDIN_FILENO, "standard input", most);
 }
 
 int64_t Output::nowMs()

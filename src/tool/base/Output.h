@@ -70,9 +70,10 @@ void printHint(const std::string& hint);
 /// Writes everything to a descriptor. `name` is what the error message calls it.
 void writeAll(int fd, const void* data, size_t size, const std::string& name);
 
-/// Up to 64 KiB of a descriptor, standard input by default, as soon as there is some; empty at its end.
-ByteArray readFrom(int fd);
+/// Up to 64 KiB of a descriptor as soon as there is some; empty at its end. `name` is what the error message calls it.
+ByteArray readFrom(int fd, const std::string& name);
 ByteArray readInput();
 
-/// All of standard input, at most `most` bytes.
+/// Everything up to the end, at most `most` bytes.
+ByteArray readWhole(int fd, const std::string& name, size_t most);
 ByteArray readWholeInput(size_t most);

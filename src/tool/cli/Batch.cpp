@@ -32,7 +32,9 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, BatchRequest& request
 class Lines
 {
 public:
-    explicit Lines(const std::string& name) : fd(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC))
+    explicit Lines(const std::string& file)
+        : name(file == "-" ? "standard input" : file),
+          fd(file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC))
     {
         if (fd < 0)
             throw Failure{CannotOpen, name + ": " + strerror(errno)};
@@ -49,7 +51,7 @@ public:
     {
         size_t end = text.find('\n');
         while (end == std::string::npos && !ended) {
-            const ByteArray piece = readFrom(fd);
+            const ByteArray piece = readFrom(fd, name);
             ended = piece.empty();
             text.append(piece.begin(), piece.end());
             end = text.find('\n');
@@ -60,6 +62,8 @@ public:
         text.erase(0, end == std::string::npos ? end : end + 1);
         return line;
     }
+
+    const std::string name;
 
 private:
     int fd;
@@ -103,7 +107,6 @@ std::vector<std::string> wordsOf(const std::string& line)
 void run(const BatchRequest& request, Output& /*output*/)
 {
     Lines lines{request.file};
-    const std::string name = request.file == "-" ? "standard input" : request.file;
     for (size_t number = 1; const auto line = lines.next(); ++number) {
         try {
             const std::vector<std::string> words = wordsOf(*line);
@@ -112,7 +115,8 @@ void run(const BatchRequest& request, Output& /*output*/)
             if (!words.empty())
                 execute(words);
         } catch (const Failure& failure) {
-            throw Failure{failure.status, name + ":" + std::to_string(number) + ": " + failure.message, failure.hint};
+            throw Failure{failure.status, lines.name + ":" + std::to_string(number) + ": " + failure.message,
+                          failure.hint};
         }
     }
 }
