@@ -9,10 +9,13 @@
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 
 static void writeError(const std::string& text)
 {
@@ -43,6 +46,20 @@ void writeAll(int fd, const void* data, size_t size, const std::string& name)
             throw Failure{TransferFailed, name + ": " + strerror(error)};
         }
     }
+}
+
+std::string timeOfDay()
+{
+    struct timespec now {
+    };
+    clock_gettime(CLOCK_REALTIME, &now);
+    struct tm local {
+    };
+    localtime_r(&now.tv_sec, &local);
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "[%02d:%02d:%02d.%03ld] ", local.tm_hour, local.tm_min, local.tm_sec,
+                  now.tv_nsec / 1'000'000);
+    return text.data();
 }
 
 void print(const std::string& text)
@@ -131,17 +148,41 @@ void Output::progress(const std::string& text)
     progressShown = !text.empty();
 }
 
+void Output::startSeries(bool withTimes)
+{
+    series = true;
+    times = withTimes;
+}
+
+Output::Fields Output::withTime(const Fields& fields) const
+{
+    if (!times)
+        return fields;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    Fields object{{"time", static_cast<double>(microseconds) / 1e6}};
+    object.update(fields);
+    return object;
+}
+
+void Output::line(const std::string& text) const
+{
+    printLine(times ? timeOfDay() + text : text);
+}
+
 void Output::bytes(const Fields& fields, const ByteArray& bytes, size_t firstOffset)
 {
     progress({});
     if (options.json) {
-        Fields object = fields;
+        Fields object = withTime(fields);
         object["bytes"] = bytes;
         printJson(object);
     } else if (options.raw) {
         printBytes(bytes);
     } else if (options.hexDump) {
         print(::hexDump(bytes, firstOffset, 8));
+    } else if (series) {
+        line(hexLine(bytes));
     } else {
         print(hexLines(bytes));
     }
@@ -151,9 +192,9 @@ void Output::result(const Fields& fields, const std::string& text)
 {
     progress({});
     if (options.json)
-        printJson(fields);
+        printJson(withTime(fields));
     else
-        printLine(text);
+        line(text);
 }
 
 void Output::traffic(const std::string& lines) const

@@ -28,6 +28,11 @@ public:
 
     [[nodiscard]] bool json() const { return options.json; }
     [[nodiscard]] bool raw() const { return options.raw; }
+    [[nodiscard]] bool hexDump() const { return options.hexDump; }
+
+    /// What follows are results of one kind, one after the other: bytes in hex are one line each. `withTimes` puts the
+    /// time of day before each line, and "time" before the fields: seconds since the epoch, with microseconds.
+    void startSeries(bool withTimes);
 
     /// Progress of long work, on a terminal on standard error, from one second after the start on. An empty text
     /// removes it. The log at -v takes its place.
@@ -50,9 +55,16 @@ private:
     OutputOptions options;
     int64_t startedMs = nowMs();
     bool progressShown = false;
+    bool series = false;
+    bool times = false;
 
     static int64_t nowMs();
+    [[nodiscard]] Fields withTime(const Fields& fields) const;
+    void line(const std::string& text) const;
 };
+
+/// "[12:34:56.789] ", local time.
+std::string timeOfDay();
 
 void print(const std::string& text);
 void printLine(const std::string& line);
