@@ -1,3 +1,6 @@
 #include "spi/Verbs.h"
 
-void addSpiVerbs(Verbs& /*verbs*/) {}
+void addSpiVerbs(Verbs& verbs)
+{
+    spi::addTransfers(verbs);
+}

@@ -3,3 +3,10 @@
 #include "base/Verb.h"
 
 void addSpiVerbs(Verbs& verbs);
+
+namespace spi
+{
+
+void addTransfers(Verbs& verbs);  // info, read, write, transfer
+
+}  // namespace spi
