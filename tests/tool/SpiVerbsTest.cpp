@@ -3,14 +3,23 @@
 #include "FakeKernel.h"
 
 #include "base/Bytes.h"
+#include "cli/CommandLine.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <regex>
 #include <sstream>
+#include <thread>
 
 namespace
 {
@@ -251,6 +260,475 @@ TEST_F(SpiVerbs, RepeatATransfer)
     EXPECT_TRUE(
         std::regex_match(tool("spi transfer 2.0 9f --count 2 -t --json").out,
                          std::regex{R"((\{"time":\d+\.\d+,"device":"/dev/spidev2.0","bytes":\[[67]\]\}\n){2})"}));
+}
+
+/// A serial flash as data sheets describe it: a command that changes it wants write enable before, a program command
+/// clears bits and stays inside its page, and whatever comes while it is busy is ignored.
+struct FakeFlash {
+    explicit FakeFlash(size_t size) : memory(size, 0xff) {}
+
+    ByteArray operator()(const ByteArray& out)
+    {
+        ByteArray in(out.size());
+        const uint8_t command = out[0];
+        if (command == 0x05) {
+            const auto status = static_cast<uint8_t>((busyLeft > 0 ? 1 : 0) | (enabled ? 2 : 0));
+            std::fill(in.begin() + 1, in.end(), noChip ? 0xff : status);
+            busyLeft -= busyLeft > 0 ? 1 : 0;
+        } else if (noChip) {
+            std::fill(in.begin(), in.end(), uint8_t{0xff});
+        } else if (busyLeft > 0) {
+            ++ignored;
+        } else if (command == 0x06) {
+            enabled = !refusesWriteEnable;
+        } else if (command == 0x9f) {
+            answer(in, 1, {0xef, 0x40, 0x14}, 0);
+        } else if (command == 0x5a) {
+            answer(in, 5, sfdp, address(out, 3));
+        } else if (command == 0x03 || command == 0x13) {
+            const size_t width = command == 0x03 ? 3 : 4;
+            answer(in, 1 + width, memory, address(out, width));
+        } else if (enabled) {
+            change(out);
+        }
+        return in;
+    }
+
+    ByteArray memory;
+    ByteArray sfdp;
+    size_t page = 256;
+    int busyReads = 0;  ///< status reads that find it busy after a change
+    bool refusesWriteEnable = false;
+    bool protects = false;  ///< changes are accepted and do nothing
+    bool noChip = false;    ///< the line stays high
+    int busyLeft = 0;
+    int ignored = 0;  ///< messages that came while it was busy
+
+private:
+    static size_t address(const ByteArray& out, size_t width)
+    {
+        size_t value = 0;
+        for (size_t i = 1; i <= width; ++i)
+            value = value << 8 | out[i];
+        return value;
+    }
+
+    static void answer(ByteArray& in, size_t front, const ByteArray& content, size_t first)
+    {
+        for (size_t i = front; i < in.size(); ++i)
+            in[i] = first + i - front < content.size() ? content[first + i - front] : 0x00;
+    }
+
+    void change(const ByteArray& out)
+    {
+        enabled = false;
+        busyLeft = busyReads;
+        const bool wide = out[0] == 0x12 || out[0] == 0x21 || out[0] == 0xdc;
+        const size_t first = address(out, wide ? 4 : 3);
+        if (protects)
+            return;
+        if (out[0] == 0x02 || out[0] == 0x12) {
+            for (size_t i = wide ? 5 : 4; i < out.size(); ++i) {
+                const size_t offset = (first + i - (wide ? 5 : 4)) % page;
+                memory[(first - first % page + offset) % memory.size()] &= out[i];
+            }
+            return;
+        }
+        const size_t sector = out[0] == 0x20 || out[0] == 0x21 ? 4096 : 65536;
+        std::fill_n(memory.begin() + static_cast<std::ptrdiff_t>(first - first % sector), sector, 0xff);
+    }
+
+    bool enabled = false;
+};
+
+/// SFDP with a basic table at `pointer`: double words 1 and 2, the first two kinds of sector, the page's exponent.
+ByteArray sfdpOf(uint32_t first, uint32_t density, uint32_t sectors, uint8_t pageExponent, size_t doubleWords = 16)
+{
+    constexpr uint8_t pointer = 0x30;
+    ByteArray bytes = {'S',     'F', 'D', 'P', 6, 1, 0, 0xff, 0, 6, 1, static_cast<uint8_t>(doubleWords),
+                       pointer, 0,   0,   0xff};
+    bytes.resize(pointer + 4 * doubleWords);
+    const auto set = [&](size_t number, uint32_t value) {
+        for (size_t i = 0; i < 4 && number <= doubleWords; ++i)
+            bytes[pointer + 4 * (number - 1) + i] = static_cast<uint8_t>(value >> (8 * i));
+    };
+    set(1, first);
+    set(2, density);
+    set(8, sectors);
+    set(11, static_cast<uint32_t>(pageExponent) << 4);
+    return bytes;
+}
+
+constexpr uint32_t only3Bytes = 0xfff120e5;
+constexpr uint32_t only4Bytes = 0xfff520e5;
+constexpr uint32_t sectorsOf4K = 0x520f200c;
+constexpr uint32_t sectorsOf64K = 0x0000d810;
+
+struct SpiFlash : SpiVerbs {
+    SpiFlash()
+    {
+        bus->exchange = [this](const ByteArray& out) { return (*flash)(out); };
+        for (size_t i = 0; i < image.size(); ++i)
+            image[i] = static_cast<char>(i * 7 + i / 256);
+    }
+
+    [[nodiscard]] std::string content(size_t first, size_t count) const
+    {
+        const auto start = flash->memory.begin() + static_cast<std::ptrdiff_t>(first);
+        return {start, start + static_cast<std::ptrdiff_t>(count)};
+    }
+
+    void fill(size_t first, const std::string& bytes) const
+    {
+        std::copy(bytes.begin(), bytes.end(), flash->memory.begin() + static_cast<std::ptrdiff_t>(first));
+    }
+
+    /// How often a command was sent.
+    [[nodiscard]] long count(const std::string& command) const
+    {
+        return std::count_if(bus->sent.begin(), bus->sent.end(),
+                             [&](const std::string& bytes) { return bytes.substr(0, command.size()) == command; });
+    }
+
+    std::shared_ptr<FakeFlash> flash = std::make_shared<FakeFlash>(65536);
+    std::string image = std::string(10'000, '\0');
+};
+
+TEST_F(SpiFlash, DoesWhatADryRunPrints)
+{
+    struct {
+        const char* line;
+        std::string input;
+    } const cases[] = {
+        {"spi flash 2.0 id", ""},
+        {"spi flash 2.0 read 0x10 5000", ""},
+        {"spi flash 2.0 read 0xf000 --size 64k", ""},
+        {"spi flash 2.0 read 0x10 5000 --address-bytes 4", ""},
+        {"spi flash 2.0 write 0x20ff", "abcdef"},
+        {"spi flash 2.0 write 0x30fe --page 1 -", "ab"},
+        {"spi flash 2.0 write 0x4000 --erase", std::string(300, 'x')},
+        {"spi flash 2.0 write 0x5010 --erase --address-bytes 4", "kept around"},
+        {"spi flash 2.0 erase 0x6000 8k", ""},
+        {"spi flash 2.0 verify 0x20ff", "abcdef"},
+    };
+    // A dry run shows what --erase keeps as zeros.
+    std::fill(flash->memory.begin() + 0x4000, flash->memory.begin() + 0x6000, uint8_t{0});
+    for (const auto& [line, input] : cases) {
+        SCOPED_TRACE(line);
+        const std::string plan = tool(std::string{line} + " -n", input).out;
+        ASSERT_TRUE(bus->sent.empty());
+        const Outcome outcome = tool(line, input);
+        EXPECT_EQ(0, outcome.status) << outcome.err;
+        expectPlanned(plan, bus->sent);
+        bus->sent.clear();
+    }
+}
+
+TEST_F(SpiFlash, TellsWhatItIs)
+{
+    EXPECT_EQ("ef 40 14: no SFDP, sectors of 4096 bytes, pages of 256, 3 address bytes\n",
+              tool("spi flash 2.0 id").out);
+    EXPECT_EQ(R"({"device":"/dev/spidev2.0","id":[239,64,20],"sfdp":false,"size":null,"sector":4096,"page":256,)"
+              "\"addressBytes\":3}\n",
+              tool("spi flash 2.0 id --json").out);
+    struct {
+        ByteArray sfdp;
+        const char* options;
+        const char* out;
+    } const cases[] = {
+        {sfdpOf(only3Bytes, 0x007fffff, sectorsOf4K, 8), "",
+         "1048576 bytes, sectors of 4096 bytes, pages of 256, 3 address bytes\n"},
+        {sfdpOf(only3Bytes, 0x007fffff, sectorsOf64K, 9), "",
+         "1048576 bytes, sectors of 65536 bytes, pages of 512, 3 address bytes\n"},
+        {sfdpOf(only4Bytes, 0x007fffff, sectorsOf4K, 8), "",
+         "1048576 bytes, sectors of 4096 bytes, pages of 256, 4 address bytes\n"},
+        {sfdpOf(only3Bytes, 0x0fffffff, sectorsOf4K, 8), "",
+         "33554432 bytes, sectors of 4096 bytes, pages of 256, 4 address bytes\n"},
+        {sfdpOf(only3Bytes, 0x80000021, sectorsOf4K, 8), "",
+         "1073741824 bytes, sectors of 4096 bytes, pages of 256, 4 address bytes\n"},
+        {sfdpOf(only3Bytes, 0x007fffff, sectorsOf4K, 8, 9), "",
+         "1048576 bytes, sectors of 4096 bytes, pages of 256, 3 address bytes\n"},
+        {sfdpOf(only3Bytes, 0x007fffff, sectorsOf4K, 8), " --size 2M --page 1 --address-bytes 4",
+         "2097152 bytes, sectors of 4096 bytes, pages of 1, 4 address bytes\n"},
+    };
+    for (const auto& [sfdp, options, out] : cases) {
+        flash->sfdp = sfdp;
+        EXPECT_EQ(std::string{"ef 40 14: "} + out, tool(std::string{"spi flash 2.0 id"} + options).out);
+    }
+}
+
+TEST_F(SpiFlash, IsReadInPiecesThatSpidevTakes)
+{
+    fill(0x123, image);
+    const std::string line = "spi flash 2.0 read 0x123 10000";
+    EXPECT_EQ(image, tool(line + " --raw").out);
+    EXPECT_EQ(3, count("03"));
+
+    kernel.devices[bufsizPath] = std::make_shared<FakeFile>("65536\n");
+    bus->limit = 65536;
+    bus->sent.clear();
+    EXPECT_EQ(image, tool(line + " --raw").out);
+    EXPECT_EQ(1, count("03"));
+
+    // Several results, one form each.
+    EXPECT_EQ("00 07 0e\n", tool("spi flash 2.0 read 0x123 3").out);
+    EXPECT_EQ("00000123: 00 07 0e                                           ...\n",
+              tool("spi flash 2.0 read 0x123 3 --hexdump").out);
+    EXPECT_EQ("{\"device\":\"/dev/spidev2.0\",\"address\":291,\"bytes\":[0,7,14]}\n",
+              tool("spi flash 2.0 read 0x123 3 --json").out);
+}
+
+TEST_F(SpiFlash, IsReadAsAWholeWhenItsSizeIsKnown)
+{
+    Outcome outcome = tool("spi flash 2.0 read --raw");
+    EXPECT_EQ(2, outcome.status);
+    EXPECT_EQ("serialcomm: spi flash read: the size of the chip is not known\n  try: --size, or ADDR and N\n",
+              outcome.err);
+
+    fill(0, image);
+    EXPECT_EQ(content(0, 65536), tool("spi flash 2.0 read --size 64k --raw").out);
+    flash->sfdp = sfdpOf(only3Bytes, 8 * 65536 - 1, sectorsOf4K, 8);
+    EXPECT_EQ(content(0, 65536), tool("spi flash 2.0 read --raw").out);
+    EXPECT_EQ(content(0x100, 65536 - 0x100), tool("spi flash 2.0 read 0x100 --raw").out);
+}
+
+TEST_F(SpiFlash, KeepsItsAddressesInsideTheChip)
+{
+    flash->sfdp = sfdpOf(only3Bytes, 8 * 65536 - 1, sectorsOf4K, 8);
+    for (const std::string line :
+         {"read 0xffff 2", "read 0x10000", "erase 0xf000 8k", "verify 0xffff", "write 0xffff"}) {
+        const Outcome outcome = tool("spi flash 2.0 " + line, "ab");
+        EXPECT_EQ(2, outcome.status) << line;
+        EXPECT_NE(std::string::npos, outcome.err.find("the chip ends before 0x010000\n")) << outcome.err;
+    }
+    EXPECT_EQ(0, count("03"));
+    EXPECT_EQ(0, count("06"));
+
+    const Outcome outcome = tool("spi flash 2.0 read 0x1000000 1 --size 32M --address-bytes 3");
+    EXPECT_EQ("serialcomm: 1 bytes from 0x1000000 on: the chip ends before 0x1000000 with 3-byte addresses\n",
+              outcome.err);
+}
+
+TEST_F(SpiFlash, IsWrittenPageByPage)
+{
+    flash->busyReads = 3;
+    const Outcome outcome = tool("spi flash 2.0 write 0x0ff0", image);
+    EXPECT_EQ("", outcome.err);
+    EXPECT_EQ("/dev/spidev2.0: 10000 bytes written and verified from 0x000ff0 on\n", outcome.out);
+    EXPECT_EQ(image, content(0x0ff0, image.size()));
+    EXPECT_EQ(0xff, flash->memory[0x0fef]);
+    EXPECT_EQ(0xff, flash->memory[0x0ff0 + image.size()]);
+    EXPECT_EQ(40, count("02"));
+    EXPECT_EQ(0, count("20"));
+    EXPECT_EQ(0, flash->ignored);
+    EXPECT_EQ("{\"device\":\"/dev/spidev2.0\",\"address\":4080,\"count\":10000}\n",
+              tool("spi flash 2.0 write 0x0ff0 --json", image).out);
+}
+
+TEST_F(SpiFlash, IsWrittenInMessagesThatSpidevTakes)
+{
+    kernel.devices[bufsizPath] = std::make_shared<FakeFile>("64\n");
+    bus->limit = 64;
+    EXPECT_EQ(0, tool("spi flash 2.0 write 0x10", image).status);
+    EXPECT_EQ(image, content(0x10, image.size()));
+}
+
+TEST_F(SpiFlash, WithWideAddressesUsesTheirCommands)
+{
+    flash = std::make_shared<FakeFlash>(17 * 1024 * 1024);
+    flash->sfdp = sfdpOf(only3Bytes, 8 * 17 * 1024 * 1024 - 1, sectorsOf4K, 8);
+    flash->memory[0x1000001] = 0;
+    EXPECT_EQ(0, tool("spi flash 2.0 write 0x1000100 --erase", image).status);
+    EXPECT_EQ(image, content(0x1000100, image.size()));
+    EXPECT_EQ(0, flash->memory[0x1000001]);
+    EXPECT_EQ(image, tool("spi flash 2.0 read 0x1000100 10000 --raw").out);
+    EXPECT_EQ(0, count("02") + count("03") + count("20"));
+    flash->sfdp = sfdpOf(only3Bytes, 8 * 17 * 1024 * 1024 - 1, sectorsOf64K, 8);
+    EXPECT_EQ(0, tool("spi flash 2.0 erase 0x1000000 64k").status);
+    EXPECT_EQ(1, count("dc 01 00 00 00"));
+}
+
+TEST_F(SpiFlash, ErasesWholeSectors)
+{
+    fill(0, std::string(65536, '\0'));
+    flash->busyReads = 2;
+    EXPECT_EQ("/dev/spidev2.0: 8192 bytes erased and verified from 0x002000 on\n",
+              tool("spi flash 2.0 erase 0x2000 8192").out);
+    EXPECT_EQ(std::string(8192, '\xff'), content(0x2000, 8192));
+    EXPECT_EQ(0, flash->memory[0x1fff]);
+    EXPECT_EQ(0, flash->memory[0x4000]);
+    for (const char* const part : {"0x2000 100", "0x2001 4096"}) {
+        const Outcome outcome = tool(std::string{"spi flash 2.0 erase "} + part);
+        EXPECT_EQ(2, outcome.status);
+        EXPECT_NE(std::string::npos, outcome.err.find("a sector has 4096 bytes")) << outcome.err;
+    }
+    flash->sfdp = sfdpOf(only3Bytes, 8 * 65536 - 1, sectorsOf64K, 8);
+    EXPECT_EQ(2, tool("spi flash 2.0 erase 0x0 4k").status);
+    EXPECT_EQ(0, tool("spi flash 2.0 erase 0x0 64k").status);
+    EXPECT_EQ(std::string(65536, '\xff'), content(0, 65536));
+    EXPECT_EQ(0, flash->ignored);
+}
+
+TEST_F(SpiFlash, ErasesBeforeWritingOnlyWhenAsked)
+{
+    fill(0, std::string(65536, '\x0f'));
+    const Outcome refused = tool("spi flash 2.0 write 0x1ff8", "ABCDEFGHIJ");
+    EXPECT_EQ(1, refused.status);
+    EXPECT_EQ("", refused.out);
+    EXPECT_EQ(
+        "serialcomm: /dev/spidev2.0: verification failed: 10 of 10 bytes differ, the first at 0x001ff8: 01 instead "
+        "of 41\n  try: --erase: writing alone turns no 0 bit into 1\n",
+        refused.err);
+
+    EXPECT_EQ(0, tool("spi flash 2.0 write 0x1ff8 --erase", "ABCDEFGHIJ").status);
+    EXPECT_EQ("ABCDEFGHIJ", content(0x1ff8, 10));
+    EXPECT_EQ(std::string(0x1ff8, '\x0f'), content(0, 0x1ff8));
+    EXPECT_EQ(std::string(65536 - 0x2002, '\x0f'), content(0x2002, 65536 - 0x2002));
+    EXPECT_EQ(2, count("20"));
+}
+
+TEST_F(SpiFlash, NamesTheCauseOfAFailure)
+{
+    const std::string path = "serialcomm: /dev/spidev2.0: ";
+    const std::string check = "\n  try: check chip select, power, MISO and MOSI, --mode, and a lower --speed\n";
+    struct {
+        const char* line;
+        std::function<void(FakeFlash&)> prepare;
+        std::string message;
+    } const cases[] = {
+        {"verify 0x0",
+         [](FakeFlash& chip) {
+             chip.memory = ByteArray{'a', 'b', 'x'};
+         },
+         path + "verification failed: 1 of 3 bytes differ, the first at 0x000002: 78 instead of 63\n"},
+        {"write 0x0", [](FakeFlash& chip) { chip.protects = true; },
+         path + "verification failed: 3 of 3 bytes differ, the first at 0x000000: ff instead of 61\n"
+                "  try: see whether the chip protects these sectors against writing\n"},
+        {"erase 0x0 4k", [](FakeFlash& chip) { chip.protects = true, chip.memory[7] = 0x7f; },
+         path + "verification failed: 1 of 4096 bytes differ, the first at 0x000007: 7f instead of ff\n"
+                "  try: see whether the chip protects these sectors against writing\n"},
+        {"write 0x0", [](FakeFlash& chip) { chip.refusesWriteEnable = true; },
+         path + "the chip does not enable writing; its status is 00\n"
+                "  try: serialcomm spi flash /dev/spidev2.0 id, which shows whether a flash answers\n"},
+        {"erase 0x0 4k", [](FakeFlash& chip) { chip.refusesWriteEnable = true; },
+         path + "the chip does not enable writing; its status is 00\n"
+                "  try: serialcomm spi flash /dev/spidev2.0 id, which shows whether a flash answers\n"},
+        {"write 0x0 --deadline 0.02", [](FakeFlash& chip) { chip.busyReads = 1'000'000; },
+         path + "still busy after 20 ms; its status is 01\n  try: a longer --deadline\n"},
+        {"read 0x0 1 --deadline 0.02", [](FakeFlash& chip) { chip.busyLeft = 1'000'000; },
+         path + "still busy after 20 ms; its status is 01\n  try: a longer --deadline\n"},
+        {"read 0x0 1", [](FakeFlash& chip) { chip.noChip = true; },
+         path + "no flash answers, its status is ff" + check},
+    };
+    for (const auto& [line, prepare, message] : cases) {
+        SCOPED_TRACE(line);
+        flash = std::make_shared<FakeFlash>(65536);
+        prepare(*flash);
+        const Outcome outcome = tool(std::string{"spi flash 2.0 "} + line, "abc");
+        EXPECT_EQ(1, outcome.status);
+        EXPECT_EQ(message, outcome.err);
+        EXPECT_EQ("", outcome.out);
+    }
+    bus->exchange = [](const ByteArray& out) { return ByteArray(out.size()); };
+    const Outcome outcome = tool("spi flash 2.0 id");
+    EXPECT_EQ(1, outcome.status);
+    EXPECT_EQ(path + "no flash answers, its id is 00 00 00" + check, outcome.err);
+}
+
+TEST_F(SpiFlash, RefusesWhatContradictsTheAction)
+{
+    const char* const lines[] = {
+        "id 0x0",
+        "id --raw",
+        "write",
+        "verify",
+        "erase",
+        "erase 0x0",
+        "write 0x0 --raw",
+        "erase 0x0 4k -o x",
+        "read 0x0 --erase",
+        "read 4096",
+        "read 0x0 64K",
+        "erase 0x0 0",
+        "write 0x0 absent",
+        "read 0x0 1 --json -o x",
+        "format",
+        "read 0x100000000",
+        "read 0x0 1 --address-bytes 2",
+    };
+    for (const char* const line : lines) {
+        const Outcome outcome = tool(std::string{"spi flash 2.0 "} + line, "ab");
+        EXPECT_EQ(std::string{line} == "write 0x0 absent" ? 3 : 2, outcome.status) << line;
+        EXPECT_NE("", outcome.err) << line;
+    }
+    EXPECT_EQ("serialcomm: no bytes to write\n", tool("spi flash 2.0 write 0x0", "").err);
+    EXPECT_TRUE(bus->sent.empty());
+}
+
+struct Folder {
+    Folder() { EXPECT_NE(nullptr, mkdtemp(path.data())); }
+    ~Folder() { EXPECT_EQ(0, system(("rm -r " + path).c_str())); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string path = testing::TempDir() + "spi.XXXXXX";
+};
+
+std::string contentOf(const std::string& path)
+{
+    std::ifstream file{path};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+TEST_F(SpiFlash, ReadsAndWritesFiles)
+{
+    const Folder folder;
+    const std::string file = folder.path + "/image";
+    std::ofstream{file} << image;
+    EXPECT_EQ(0, tool("spi flash 2.0 write 0x0 " + file).status);
+    EXPECT_EQ(0, tool("spi flash 2.0 verify 0x0 " + file).status);
+    EXPECT_EQ(0, tool("spi flash 2.0 verify 0x0 -", image).status);
+    EXPECT_EQ(image, content(0, image.size()));
+
+    const std::string copy = folder.path + "/copy";
+    std::ofstream{copy} << image << image;
+    EXPECT_EQ(2, tool("spi flash 2.0 read 0x1000000 1 -o " + copy).status);
+    EXPECT_EQ(image + image, contentOf(copy));  // not lost before there is something better
+    const Outcome outcome = tool("spi flash 2.0 read 0x0 10000 -o " + copy);
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ("", outcome.out);
+    EXPECT_EQ(image, contentOf(copy));
+    EXPECT_EQ(image, tool("spi flash 2.0 read 0x0 10000 -o -").out);
+    EXPECT_EQ("serialcomm: " + folder.path + "/none/x: No such file or directory\n",
+              tool("spi flash 2.0 read 0x0 1 -o " + folder.path + "/none/x").err);
+}
+
+TEST_F(SpiFlash, ShowsItsProgressOnATerminal)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    std::array<char, 64> name{};
+    ASSERT_EQ(0, grantpt(terminal) + unlockpt(terminal) + ptsname_r(terminal, name.data(), name.size()));
+    const int slave = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const int saved = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    dup2(slave, STDERR_FILENO);
+    bus->exchange = [this](const ByteArray& out) {
+        std::this_thread::sleep_for(std::chrono::milliseconds{70});
+        return (*flash)(out);
+    };
+    EXPECT_EQ(0, runCommandLine({"spi", "flash", "2.0", "read", "0x0", "64k", "-o", "/dev/null"}));
+    dup2(saved, STDERR_FILENO);
+    std::string shown;
+    const std::string end = "%\r\x1b[K";
+    struct pollfd arrival = {terminal, POLLIN, 0};
+    while ((shown.size() < end.size() || shown.substr(shown.size() - end.size()) != end) &&
+           poll(&arrival, 1, 5000) == 1) {
+        std::array<char, 4096> output{};
+        shown.append(output.data(),
+                     static_cast<size_t>(std::max<ssize_t>(read(terminal, output.data(), output.size()), 0)));
+    }
+    EXPECT_TRUE(std::regex_match(shown, std::regex{"(\r\x1b\\[K/dev/spidev2.0: reading, \\d+ %)+\r\x1b\\[K"})) << shown;
+    for (const int fd : {saved, slave, terminal})
+        close(fd);
 }
 
 }  // namespace

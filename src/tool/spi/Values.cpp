@@ -51,4 +51,23 @@ size_t parseSpiCount(const std::string& text)
     return parseCount(text, maxBytes, "an SPI transfer");
 }
 
+uint64_t parseFlashAddress(const std::string& text)
+{
+    const uint64_t address = text == "0" ? 0 : *numberOf(hexDigitsOf("address", text, UINT32_MAX), 16);
+    if (address > UINT32_MAX)
+        refuse("address " + text + ": at most 0xffffffff");
+    return address;
+}
+
+uint64_t parseFlashSize(const std::string& what, const std::string& text)
+{
+    constexpr uint64_t most = uint64_t{UINT32_MAX} + 1;
+    const auto size = multipleOf(text, 1024);
+    if (!size)
+        refuse(what + " \"" + text + "\": bytes, such as 4096, 64k or 2M");
+    if (*size == 0 || *size > most)
+        refuse(what + " " + text + ": 1 byte to 4096M");
+    return *size;
+}
+
 }  // namespace spi

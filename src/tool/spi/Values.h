@@ -22,4 +22,10 @@ int parseSpeed(const std::string& text);
 /// Bytes of one transfer.
 size_t parseSpiCount(const std::string& text);
 
+/// Address in a flash: hexadecimal, at most four bytes.
+uint64_t parseFlashAddress(const std::string& text);
+
+/// Bytes of a flash: "4096", "64k" (1024 bytes each), "2M". `what` is what the message calls them.
+uint64_t parseFlashSize(const std::string& what, const std::string& text);
+
 }  // namespace spi

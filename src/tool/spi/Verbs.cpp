@@ -3,4 +3,5 @@
 void addSpiVerbs(Verbs& verbs)
 {
     spi::addTransfers(verbs);
+    spi::addFlash(verbs);
 }

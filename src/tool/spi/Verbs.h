@@ -8,5 +8,6 @@ namespace spi
 {
 
 void addTransfers(Verbs& verbs);  // info, read, write, transfer
+void addFlash(Verbs& verbs);
 
 }  // namespace spi
