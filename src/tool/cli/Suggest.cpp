@@ -134,7 +134,7 @@ std::pair<Words, size_t> correction(const Words& words)
     const Words named = withBus(first, rest);
     if (!named.empty())
         return {named, 1};
-    return {bus.empty() ? Words{} : Words{bus}, words.size()};
+    return {bus.empty() ? Words{} : Words{bus}, words.size()};  // which lists the bus's verbs
 }
 
 std::string quoted(const std::string& word)

@@ -1,6 +1,7 @@
 #include "device/Node.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <string.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <fstream>
 #include <memory>
@@ -108,10 +110,13 @@ std::vector<std::string> namesBelow(const std::string& directory, const std::str
 
 std::string firstLine(const std::string& path)
 {
-    std::string line;
-    std::ifstream file{path};
-    std::getline(file, line);
-    return line;
+    std::array<char, 4096> text{};  // sysfs gives at most a page
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const ssize_t length = read(fd, text.data(), text.size());
+    if (fd >= 0)
+        close(fd);
+    const std::string content(text.data(), length > 0 ? static_cast<size_t>(length) : 0);
+    return content.substr(0, content.find('\n'));
 }
 
 std::string otherUser(const std::string& path)

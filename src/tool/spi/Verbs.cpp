@@ -1,3 +1,7 @@
 #include "spi/Verbs.h"
 
-void addSpiVerbs(Verbs& /*verbs*/) {}
+void addSpiVerbs(Verbs& verbs)
+{
+    spi::addTransfers(verbs);
+    spi::addFlash(verbs);
+}
