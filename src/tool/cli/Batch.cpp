@@ -113,6 +113,9 @@ void run(const BatchRequest& request, Output& /*output*/)
                 execute(words);
         } catch (const Failure& failure) {
             throw Failure{failure.status, name + ":" + std::to_string(number) + ": " + failure.message, failure.hint};
+        } catch (const ExitStatus& exit) {
+            throw Failure{static_cast<Status>(exit.status),
+                          name + ":" + std::to_string(number) + ": ended with status " + std::to_string(exit.status)};
         }
     }
 }
