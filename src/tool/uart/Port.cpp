@@ -1,10 +1,12 @@
 #include "uart/Port.h"
 
-#include "base/Output.h"
+#include "base/Bytes.h"
 #include "base/Signals.h"
 #include "device/Node.h"
 #include "uart/PseudoTerminal.h"
 #include "uart/SerialPort.h"
+
+#include <nlohmann/json.hpp>
 
 #include <poll.h>
 #include <termios.h>
@@ -25,11 +27,6 @@ constexpr milliseconds longestStall{5000};
 constexpr milliseconds tickWhileMoving{1};
 constexpr milliseconds tick{5};
 
-std::string counted(size_t bytes, const char* verb)
-{
-    return std::to_string(bytes) + (bytes == 1 ? " byte was " : " bytes were ") + verb;
-}
-
 milliseconds since(steady_clock::time_point start)
 {
     return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
@@ -43,14 +40,23 @@ bool isHungUp(int fd)
     return poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-std::unique_ptr<Port> Port::open(const Line& line)
+std::unique_ptr<Port> openPort(const Line& line)
 {
     if (minorNumber(line.path, 5) == 2)  // the multiplexer
         return std::make_unique<PseudoTerminal>(line);
     return std::make_unique<SerialPort>(line);
 }
 
-Port::Ready Port::wait(const Limits& limits, int other)
+std::unique_ptr<Port> openPort(const Line& line, const std::string& traffic, Output& output)
+{
+    output.traffic(traffic);
+    auto port = openPort(line);
+    if (!port->slave().empty())
+        output.result({{"slave", port->slave()}}, printable(port->slave()));
+    return port;
+}
+
+Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
 {
     auto quietSince = steady_clock::now();
     for (;;) {
@@ -74,7 +80,7 @@ Port::Ready Port::wait(const Limits& limits, int other)
 
         const bool wantsRoom = handedOver < outgoing.size() && pollsForRoom();
         struct pollfd ports[] = {{fd, static_cast<short>(wantsRoom ? POLLIN | POLLOUT : POLLIN), 0},
-                                 {other, POLLIN, 0}};
+                                 {unsent <= mostUnsent ? other : -1, POLLIN, 0}};
         const int count = poll(ports, 2, static_cast<int>(most.count()));
         const bool bytes = (ports[0].revents & POLLIN) != 0;
         if (count > 0 && ports[1].revents != 0 && (!bytes || bytesLast)) {  // they take turns
@@ -138,13 +144,18 @@ ByteArray Port::receive(size_t most, const Limits& limits)
 
 ByteArray Port::receiveBurst(size_t most, const Limits& limits)
 {
-    ByteArray burst = receive(most, limits);
+    return burstAfter(receive(most, limits), most, limits);
+}
+
+ByteArray Port::burstAfter(ByteArray burst, size_t most, const Limits& limits)
+{
     const size_t end = std::min(most, burstSize);
     const auto start = steady_clock::now();
-    const Limits pause{pauseAfterBurst, limits.deadline, true};
     try {
         while (!burst.empty() && burst.size() < end && since(start) < longestBurst) {
-            const ByteArray more = receive(end - burst.size(), pause);
+            const auto endOfPause = steady_clock::now() + pauseAfterBurst;
+            const auto deadline = std::min(limits.deadline.value_or(endOfPause), endOfPause);
+            const ByteArray more = receive(end - burst.size(), {{}, deadline, true});
             if (more.empty())
                 break;
             burst.insert(burst.end(), more.begin(), more.end());
@@ -169,6 +180,8 @@ ByteArray Port::takeQueue()
     ByteArray left(outgoing.begin() + static_cast<std::ptrdiff_t>(handedOver), outgoing.end());
     outgoing.clear();
     handedOver = 0;
+    total -= left.size();
+    unsent -= std::min(unsent, left.size());
     return left;
 }
 
@@ -188,7 +201,9 @@ void Port::send(const ByteArray& bytes)
 
 std::string Port::sendReport() const
 {
-    return counted(total - unsent, "sent") + ", " + std::to_string(unsent) + (unsent == 1 ? " was not" : " were not");
+    const size_t sent = total - unsent;
+    return byteCount(sent) + (sent == 1 ? " was sent, " : " were sent, ") + std::to_string(unsent) +
+           (unsent == 1 ? " was not" : " were not");
 }
 
 std::string Port::withReport(const std::string& message) const

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/Failure.h"
+#include "base/Output.h"
 #include "base/Values.h"
 #include "uart/Values.h"
 
@@ -32,9 +33,6 @@ struct Limits {
 class Port
 {
 public:
-    /// Opens the port, or throws a Failure with the cause.
-    static std::unique_ptr<Port> open(const Line& line);
-
     virtual ~Port() = default;
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
@@ -44,14 +42,21 @@ public:
 
     enum class Ready { Silence, Bytes, Other };
 
-    /// Sends what is queued. Returns when there are bytes to receive, when `other` can be read, or at a limit.
-    Ready wait(const Limits& limits, int other = -1);
+    /// Sends what is queued. Returns when there are bytes to receive, at a limit, or when `other` can be read and at
+    /// most `mostUnsent` bytes have not left.
+    Ready wait(const Limits& limits, int other = -1, size_t mostUnsent = SIZE_MAX);
 
     /// What has come, as soon as there is something; empty at a limit.
     ByteArray receive(size_t most, const Limits& limits);
 
     /// The same with what follows without a pause, for half a second at most.
     ByteArray receiveBurst(size_t most, const Limits& limits);
+
+    /// The burst that these bytes begin.
+    ByteArray burstAfter(ByteArray first, size_t most, const Limits& limits);
+
+    /// What has come, at most that much, without waiting; it may be nothing after all.
+    virtual ByteArray take(size_t most) = 0;
 
     void queue(const ByteArray& bytes);
 
@@ -83,9 +88,6 @@ protected:
     /// Sends as many of the bytes as can be sent without waiting.
     virtual size_t put(const uint8_t* bytes, size_t size) = 0;
 
-    /// What has come, at most that much; empty if it was nothing after all.
-    virtual ByteArray take(size_t most) = 0;
-
     /// Bytes that put() has sent and that have not left yet.
     virtual size_t inFlight() = 0;
 
@@ -110,6 +112,12 @@ private:
     milliseconds stalled{};
     bool bytesLast = false;
 };
+
+/// Opens a port, or throws a Failure with the cause.
+std::unique_ptr<Port> openPort(const Line& line);
+
+/// The same; shows the traffic at -v, and prints the name of a pseudo-terminal's slave.
+std::unique_ptr<Port> openPort(const Line& line, const std::string& traffic, Output& output);
 
 /// Whether the other side of an open terminal is gone.
 bool isHungUp(int fd);

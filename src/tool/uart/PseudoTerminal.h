@@ -21,10 +21,10 @@ public:
     PseudoTerminal& operator=(const PseudoTerminal&) = delete;
 
     [[nodiscard]] std::string slave() const override { return slaveName; }
+    ByteArray take(size_t most) override;
 
 private:
     size_t put(const uint8_t* bytes, size_t size) override;
-    ByteArray take(size_t most) override;
     size_t inFlight() override;
     [[nodiscard]] bool pollsForRoom() const override { return false; }
     [[nodiscard]] bool lacksPeer() const override { return !peerIsReady; }

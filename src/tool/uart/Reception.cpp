@@ -257,20 +257,22 @@ std::string limitText(const Reception& reception, const ReceptionOptions& option
     return secondsText(*(reception.atDeadline ? options.deadline : options.timeout));
 }
 
+std::string endText(const Reception& reception, const ReceptionOptions& options)
+{
+    const std::string limit = limitText(reception, options);
+    return reception.atDeadline ? "the deadline of " + limit : limit + " of silence";
+}
+
 void throwIfIncomplete(const Reception& reception, const ReceptionOptions& options, const std::string& path)
 {
-    if (reception.complete)
-        return;
-    const std::string limit = reception.atDeadline ? "the deadline of " + secondsText(*options.deadline)
-                                                   : secondsText(*options.timeout) + " of silence";
     std::string wanted;
     for (const std::string& ending : options.endings)
         wanted += (wanted.empty() ? "\"" : " or \"") + ending + '"';
     if (options.line)
         wanted = "line end";
-    if (!wanted.empty())
-        throw Failure{TransferFailed,
-                      path + ": " + std::to_string(reception.count) + " bytes, but no " + wanted + " before " + limit};
+    if (!reception.complete && !wanted.empty())
+        throw Failure{TransferFailed, path + ": " + byteCount(reception.count) + ", but no " + wanted + " before " +
+                                          endText(reception, options)};
 }
 
 void reportEnding(const Reception& reception)

@@ -74,6 +74,9 @@ Reception receive(Port& port, const ReceptionOptions& options, size_t most, Byte
 /// The limit that ended it: "2 s".
 std::string limitText(const Reception& reception, const ReceptionOptions& options);
 
+/// "2 s of silence", "the deadline of 10 s".
+std::string endText(const Reception& reception, const ReceptionOptions& options);
+
 /// Throws where an ending or a line was asked for and did not come.
 void throwIfIncomplete(const Reception& reception, const ReceptionOptions& options, const std::string& path);
 

@@ -17,10 +17,10 @@ public:
     ~SerialPort() override;
     SerialPort(const SerialPort&) = delete;
     SerialPort& operator=(const SerialPort&) = delete;
+    ByteArray take(size_t most) override;
 
 private:
     size_t put(const uint8_t* bytes, size_t size) override;
-    ByteArray take(size_t most) override;
     size_t inFlight() override;
     [[nodiscard]] bool pollsForRoom() const override { return true; }
 

@@ -21,16 +21,6 @@ std::string traffic(const ByteArray& sent, const Line& line)
     return (sent.empty() ? "" : shortHex(sent) + "  ") + line.settings();
 }
 
-/// Opens the port, and prints the name of a pseudo-terminal's slave.
-std::unique_ptr<Port> openPort(const Line& line, const std::string& traffic, Output& output)
-{
-    output.traffic(traffic);
-    auto port = Port::open(line);
-    if (!port->slave().empty())
-        output.result({{"slave", port->slave()}}, printable(port->slave()));
-    return port;
-}
-
 struct Read : Line {
     std::optional<size_t> count;
     ReceptionOptions options;
@@ -71,8 +61,8 @@ void run(const Read& request, Output& output)
     reportEnding(reception);
     if (request.count && !reception.complete)
         throw Failure{TransferFailed, request.path + ": " + std::to_string(reception.count) + " of " +
-                                          std::to_string(*request.count) + " bytes within " +
-                                          limitText(reception, request.options)};
+                                          std::to_string(*request.count) + " bytes before " +
+                                          endText(reception, request.options)};
 }
 
 /// What is sent: text with a line ending, bytes in hex, or standard input as it is.
@@ -176,7 +166,7 @@ void run(const Ask& request, Output& output)
         receive(*port, request.options, SIZE_MAX, request.skipEcho ? question : ByteArray{}, output);
     if (port->pending() > 0 && !reception.complete)
         throw Failure{TransferFailed,
-                      request.path + ": " + port->sendReport() + " within " + limitText(reception, request.options)};
+                      request.path + ": " + port->sendReport() + " before " + endText(reception, request.options)};
     port->flush();
     if (reception.count == 0)
         throw Failure{TransferFailed,

@@ -80,6 +80,11 @@ void describeLine(Grammar& grammar, Line& line)
     grammar.option("--stop-bits", "N", "Stop bits", line.stopBits, parseStopBits, "1").choose({"1", "2"});
 }
 
+std::string byteCount(size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
 std::string parsePort(const std::string& text)
 {
     if (text == "pty")

@@ -25,6 +25,9 @@ struct Line {
 
 void describeLine(Grammar& grammar, Line& line);
 
+/// "1 byte", "2 bytes"
+std::string byteCount(size_t count);
+
 /// "ttyUSB0", a path, or "pty" for a new pseudo-terminal, to a path.
 std::string parsePort(const std::string& text);
 
