@@ -57,7 +57,7 @@ example() {
 start() {
     eval "exec $2" >"$tmp/out" 2>"$tmp/err" <"${input:-/dev/null}" &
     process=$!
-    await "grep -q 'SigCgt:.*[67]$' /proc/$process/status && ls -l /proc/$process/fd | grep -q -e '$1'"
+    await "grep -q 'SigCgt:.*[ef]$' /proc/$process/status && ls -l /proc/$process/fd | grep -q -e '$1'"
 }
 
 # Sends the signal and says how the process ended, within a second.
@@ -72,7 +72,9 @@ ends_on() {
         fi
         sleep 0.01
     done
-    wait "$process"
-    echo "ended: $?"
+    result=0
+    { wait "$process" || result=$?; } 2>/dev/null
+
+    echo "ended: $result"
     cat "$tmp/err" >&2
 }

@@ -20,3 +20,8 @@ struct Failure {
 struct Interrupted {
     int signal;
 };
+
+/// A command that did what it was asked to, with a status of its own that tells a script what it found.
+struct ExitStatus {
+    int status;
+};

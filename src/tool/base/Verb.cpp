@@ -12,6 +12,12 @@ Argument& Argument::choose(std::vector<std::string> all)
     return *this;
 }
 
+Argument& Argument::suggest(std::vector<std::string> some)
+{
+    suggestions = std::move(some);
+    return *this;
+}
+
 Argument& Argument::exclude(const std::string& option)
 {
     excludes.push_back(option);

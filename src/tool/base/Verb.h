@@ -27,6 +27,7 @@ struct Argument {
     bool repeated = false;
     std::vector<std::string> excludes = {};  ///< options that contradict this one
     std::function<void(const std::vector<std::string>&)> take = {};
+    std::vector<std::string> suggestions = {};  ///< for completion, where the parser decides what is valid
 
     [[nodiscard]] bool isOption() const { return name[0] == '-'; }
     [[nodiscard]] bool isFlag() const { return isOption() && value.empty(); }
@@ -34,6 +35,7 @@ struct Argument {
     // For the description of a verb: grammar.option(...).choose({"cr", "lf"}).exclude("--hex")
     Argument& complete(Candidates what);
     Argument& choose(std::vector<std::string> all);
+    Argument& suggest(std::vector<std::string> some);
     Argument& exclude(const std::string& option);
     Argument& show(const std::string& text);
 };

@@ -117,6 +117,9 @@ void run(const BatchRequest& request, Output& /*output*/)
         } catch (const Failure& failure) {
             throw Failure{failure.status, lines.name + ":" + std::to_string(number) + ": " + failure.message,
                           failure.hint};
+        } catch (const ExitStatus& exit) {
+            throw Failure{static_cast<Status>(exit.status), lines.name + ":" + std::to_string(number) +
+                                                                ": ended with status " + std::to_string(exit.status)};
         }
     }
 }

@@ -111,6 +111,8 @@ int runCommandLine(const std::vector<std::string>& words)
         if (!failure.hint.empty())
             printHint(failure.hint);
         return failure.status;
+    } catch (const ExitStatus& exit) {
+        return exit.status;
     } catch (const Interrupted& interrupted) {
         endBySignal(interrupted.signal);
     } catch (const std::exception& error) {  // out of memory

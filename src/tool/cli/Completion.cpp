@@ -39,7 +39,7 @@ Words candidatesOf(const Argument& argument, const std::string& current)
     case Candidates::None:
         break;
     }
-    return argument.choices;
+    return argument.choices.empty() ? argument.suggestions : argument.choices;
 }
 
 bool hasName(const Argument& argument, const std::string& word)
