@@ -57,7 +57,8 @@ expect "a package that does not exist" 1 "" \
     "$need" build test
 echo 'echo 1000' | stand_in id
 expect "without root" 1 "" "scripts/need: packages are missing; as root: apt-get install three" "$need" test
-for purpose in $(grep -hoE '^[^#]*scripts/need"? [a-z ]+' scripts/* board/* tests/package/* 2>/dev/null | sed 's/.*need"* //'); do
+purposes=$(grep -hoE '^[^#]*scripts/need"? [a-z ]+' scripts/* board/* tests/package/* 2>/dev/null | sed 's/.*need"* //' | xargs)
+for purpose in $purposes; do
     grep -q "^$purpose:" scripts/packages || fail "scripts/packages lists nothing for $purpose"
 done
 

@@ -1,5 +1,5 @@
-// What a person may type, a word a line: whatever it is, it becomes a request or a Failure that says why not. Nothing is
-// opened.
+// What a person may type, a word a line: whatever it is, it becomes a request or a Failure that says why not. Nothing
+// is opened.
 #include "base/Failure.h"
 #include "cli/CommandLine.h"
 
