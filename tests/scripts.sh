@@ -12,7 +12,10 @@ clone=$scratch/clone bin=$scratch/bin
 mkdir -p "$clone/scripts" "$bin"
 cp scripts/{need,build,test} "$clone/scripts/"
 stand_in() {
-    { echo '#!/bin/sh'; cat; } >"$bin/$1"
+    {
+        echo '#!/bin/sh'
+        cat
+    } >"$bin/$1"
     chmod +x "$bin/$1"
 }
 export PATH=$bin:$PATH scratch
