@@ -35,10 +35,10 @@ static speed_t librarySpeed(int baudRate, long kernelCode)
     return static_cast<speed_t>(B9600 == 9600 ? baudRate : kernelCode);
 }
 
-/// Number of stop bits to its flag in c_cflag.
+/// Number of stop bits to the flag in c_cflag.
 static const std::map<int, long> stopBitsMap = {{1, 0}, {2, CSTOPB}};
 
-/// Parity to its flags in c_cflag.
+/// Parity to the flags in c_cflag.
 static const std::map<std::string, long> parityMap = {{"none", 0}, {"even", PARENB}, {"odd", PARENB | PARODD}};
 
 static void restoreAndClose(int fd, const struct termios& savedAttributes)
@@ -93,7 +93,7 @@ bool Uart::init()
     }
     ::tcgetattr(fd, &savedAttributes);
 
-    // Raw: every flag off. VMIN 0 with VTIME 5 makes a blocking read wait 0.5 s at most for its first byte.
+    // Raw mode: all flags are off. With VMIN 0 and VTIME 5, a blocking read waits at most 0.5 s for the first byte.
     memset(&attributes, 0, sizeof attributes);
     attributes.c_cflag = static_cast<tcflag_t>(speed | parityFlags | stopBitsFlag | CS8 | CREAD | CLOCAL);
     attributes.c_cc[VTIME] = 5;
