@@ -78,3 +78,33 @@ ends_on() {
     echo "ended: $result"
     cat "$tmp/err" >&2
 }
+
+# 5000 bytes of text, which begin with a number of four digits.
+image() {
+    seq "$1" $(($1 + 1249)) | tr -d '\n'
+}
+
+# Says whether standard input is this image.
+is_image() {
+    image "$1" >"$tmp/image"
+    cmp - "$tmp/image" && echo "the image"
+}
+
+# Takes spidev's driver away from a device, 2.1, and gives it back.
+unbind() {
+    echo "spi$1" >/sys/bus/spi/drivers/spidev/unbind
+}
+
+bind() {
+    echo "spi$1" >/sys/bus/spi/drivers/spidev/bind
+}
+
+# Unbinds a device while the words have it open, and prints how they end.
+unbound_during() {
+    start "$1" "$2"
+    unbind "$1"
+    wait "$process"
+    echo "ended: $?"
+    cat "$tmp/err" >&2
+    bind "$1"
+}
