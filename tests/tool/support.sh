@@ -52,6 +52,17 @@ example() {
     eval "$line"
 }
 
+# Does the words while the kernel driver at24 has the EEPROM at 0x50 of bus 4.
+with_at24() {
+    bus=/sys/bus/i2c/devices/i2c-4
+    insmod /lib/modules/at24.ko 2>/dev/null
+    echo 24c02 0x50 >$bus/new_device
+    result=0
+    eval "$1" || result=$?
+    echo 0x50 >$bus/delete_device
+    return "$result"
+}
+
 # Starts the words with their output in $tmp/out, and waits until the process, $process, heeds signals and has
 # the file open.
 start() {
