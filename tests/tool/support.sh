@@ -41,6 +41,23 @@ at_ttyUSB0() {
     other_end "exec $(example_of uart echo)" "(ln -s \$SLAVE /dev/ttyUSB0 && trap 'rm /dev/ttyUSB0' EXIT; $1)"
 }
 
+# The verbs that help lists, a line each: "i2c get".
+verbs() {
+    serialcomm | sed -nE 's/^serialcomm ((i2c|spi|uart) [a-z]+|list|batch) .*/\1/p'
+}
+
+# Tries what each help gives as its example, as a dry run where something would be opened.
+try_examples() {
+    cd "$tmp" && touch request.bin setup.txt
+    verbs | while read -r verb; do
+        case $verb in list | batch | 'spi info') run= ;; *) run=--dry-run ;; esac
+        # shellcheck disable=SC2086 # a verb is words
+        line=$(example_of $verb)
+        case $verb in 'spi info') line="$line --help" ;; esac
+        eval "$line $run" >/dev/null || echo "wrong: $line"
+    done
+}
+
 example_of() {
     serialcomm "$@" --help | sed -n 's/^Example: //p'
 }
