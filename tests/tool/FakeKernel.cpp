@@ -125,6 +125,11 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
     FakeDevice* device = deviceOf(fd);
+    if (kernel != nullptr && request == TIOCOUTQ && !kernel->outputQueue.empty()) {
+        *static_cast<int*>(argument) = kernel->outputQueue.back();
+        kernel->outputQueue.pop_back();
+        return 0;
+    }
     return device == nullptr ? real(fd, request, argument) : static_cast<int>(finish(device->ioctl(request, argument)));
 }
 }

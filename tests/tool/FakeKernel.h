@@ -108,6 +108,7 @@ public:
     ~FakeKernel();
 
     std::map<std::string, std::shared_ptr<FakeDevice>> devices;
+    std::vector<int> outputQueue;  ///< what TIOCOUTQ answers on ports of the real kernel, the last first
 };
 
 /// What a command line printed and how it ended, run in this process: tool({"i2c", "get", "4", "0x48", "0x00"}).

@@ -100,10 +100,9 @@ ends_on() {
         fi
         sleep 0.01
     done
-    result=0
-    { wait "$process" || result=$?; } 2>/dev/null
-
-    echo "ended: $result"
+    end_status=0
+    { wait "$process" || end_status=$?; } 2>/dev/null
+    echo "ended: $end_status"
     cat "$tmp/err" >&2
 }
 

@@ -67,8 +67,8 @@ void run(const Pipe& request, Output& output)
     }
     port->flush();
     if (request.count && received < most)
-        throw Failure{TransferFailed,
-                      request.path + ": " + std::to_string(received) + " of " + std::to_string(most) + " bytes"};
+        throw Failure{TransferFailed, request.path + ": " + std::to_string(received) + " of " + byteCount(most) +
+                                          " before " + secondsText(request.timeout) + " of silence"};
 }
 
 }  // namespace

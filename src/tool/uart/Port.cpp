@@ -75,7 +75,7 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
         else if (limits.silence)
             most = *limits.silence - since(quietSince);
         if (limits.deadline)
-            most = std::min(most, -since(*limits.deadline));
+            most = std::min(most, milliseconds{1} - since(*limits.deadline));
         most = std::max(most, milliseconds{0});
 
         const bool wantsRoom = handedOver < outgoing.size() && pollsForRoom();
@@ -93,7 +93,7 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
         }
         if (count > 0 && (ports[0].revents & ~POLLOUT) != 0)
             throw gone();
-        if (limits.deadline && since(*limits.deadline) >= milliseconds{0})
+        if (limits.deadline && steady_clock::now() >= *limits.deadline)
             return Ready::Silence;
         if (count == 0 && unsent > 0)
             countStall(most, limits);

@@ -129,14 +129,6 @@ public:
     ByteArray text;
 };
 
-/// "1 s", "0.5 s"
-std::string secondsText(milliseconds time)
-{
-    std::string fraction = std::to_string(1000 + time.count() % 1000).substr(1);
-    fraction.resize(fraction.find_last_not_of('0') + 1);
-    return std::to_string(time.count() / 1000) + (fraction.empty() ? "" : ".") + fraction + " s";
-}
-
 }  // namespace
 
 void Display::show(const ByteArray& bytes)
@@ -191,10 +183,11 @@ void describeReception(Grammar& grammar, ReceptionOptions& options, const std::s
     grammar.option("--timeout", "S", "Stop after this many seconds without data", options.timeout,
                    secondsOf("--timeout"), timeout);
     grammar.option("--deadline", "S", "Stop after this many seconds in all", options.deadline, secondsOf("--deadline"));
-    grammar.repeatedOption("--until", "TEXT",
-                           "Stop as soon as this has come; may be repeated: status 0 for the first, 12 for the second, "
-                           "13 for the third; 1 if none came",
-                           options.endings);
+    grammar.repeatedOption(
+        "--until", "TEXT",
+        "Stop as soon as this has come; repeatable: status 0 for the first, 12 for the second, 13 ...; "
+        "1 for none",
+        options.endings);
     grammar
         .flag("--line", "Stop after one line that is not empty, and print it without its end; 1 if none came",
               options.line)

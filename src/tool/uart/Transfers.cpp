@@ -61,8 +61,7 @@ void run(const Read& request, Output& output)
     reportEnding(reception);
     if (request.count && !reception.complete)
         throw Failure{TransferFailed, request.path + ": " + std::to_string(reception.count) + " of " +
-                                          std::to_string(*request.count) + " bytes before " +
-                                          endText(reception, request.options)};
+                                          byteCount(*request.count) + " before " + endText(reception, request.options)};
 }
 
 /// What is sent: text with a line ending, bytes in hex, or standard input as it is.
@@ -217,7 +216,8 @@ void run(const Echo& request, Output& output)
 void addTransfers(Verbs& verbs)
 {
     verbs.push_back(verb<Read>("uart", "read", "print what comes, N bytes at most", "uart read ttyUSB0 --timeout 2"));
-    verbs.push_back(verb<Write>("uart", "write", "send text", "uart write ttyUSB0 'AT+GMR' --eol crlf"));
+    verbs.push_back(verb<Write>("uart", "write", "send text; status 0 is no proof that it arrived",
+                                "uart write ttyUSB0 'AT+GMR' --eol crlf"));
     verbs.push_back(
         verb<Ask>("uart", "ask", "send, print the answer; status 1 if none", "uart ask ttyUSB0 '*IDN?' --eol lf"));
     verbs.push_back(verb<Echo>("uart", "echo", "send back what comes: the other end of a bench", "uart echo pty"));

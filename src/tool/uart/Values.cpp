@@ -85,6 +85,13 @@ std::string byteCount(size_t count)
     return std::to_string(count) + (count == 1 ? " byte" : " bytes");
 }
 
+std::string secondsText(milliseconds time)
+{
+    std::string fraction = std::to_string(1000 + time.count() % 1000).substr(1);
+    fraction.resize(fraction.find_last_not_of('0') + 1);
+    return std::to_string(time.count() / 1000) + (fraction.empty() ? "" : ".") + fraction + " s";
+}
+
 std::string parsePort(const std::string& text)
 {
     if (text == "pty")

@@ -28,6 +28,9 @@ void describeLine(Grammar& grammar, Line& line);
 /// "1 byte", "2 bytes"
 std::string byteCount(size_t count);
 
+/// "1 s", "0.5 s"
+std::string secondsText(milliseconds time);
+
 /// "ttyUSB0", a path, or "pty" for a new pseudo-terminal, to a path.
 std::string parsePort(const std::string& text);
 
