@@ -50,7 +50,7 @@ verbs() {
 try_examples() {
     cd "$tmp" && touch request.bin setup.txt
     verbs | while read -r verb; do
-        case $verb in list | batch | 'spi info') run= ;; *) run=--dry-run ;; esac
+        case $verb in list) run='2>&1' ;; batch | 'spi info') run= ;; *) run=--dry-run ;; esac
         # shellcheck disable=SC2086 # a verb is words
         line=$(example_of $verb)
         case $verb in 'spi info') line="$line --help" ;; esac
