@@ -35,7 +35,7 @@ TEST(Timeline, RejectsMisspeltLines)
         {{"> Uart /dev/ttyS1 9600 1 none"}, "a word is missing: Uart /dev/ttyS1 9600 1 none"},
         {{"> Uart /dev/ttyS1 9600 1 none waits"}, "unknown word waits: Uart /dev/ttyS1 9600 1 none waits"},
         {{"> read 1"}, "unknown word read: read 1"},
-        {{"> I2c /dev/i2c-4 0x48", "> reat 1"}, "unknown word reat: reat 1"},
+        {{"> I2c /dev/i2c-4 0x48", "> peek 1"}, "unknown word peek: peek 1"},
         {{"> I2c /dev/i2c-4 0x48", "> read"}, "a word is missing: read"},
         {{"> I2c /dev/i2c-4 0x48", "> read -1"}, "unknown word -1: read -1"},
         {{"> I2c /dev/i2c-4 0x48", "> read 1 2"}, "unknown word 2: read 1 2"},
