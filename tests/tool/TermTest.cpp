@@ -257,6 +257,26 @@ TEST(Term, EndsWhenItsInputEndsWhileThePortIsGone)
     EXPECT_EQ(1, term.ended());
 }
 
+TEST(Term, KeepsPipedInputWhileThePortIsGone)
+{
+    const std::string link = testing::TempDir() + "serialcomm-kept-" + std::to_string(getpid());
+    unlink(link.c_str());
+    auto device = std::make_unique<Device>();
+    ASSERT_EQ(0, symlink(device->name.c_str(), link.c_str()));
+    Piped term{{"uart", "term", link}};
+    readUntil(term.errors, "Ctrl-] ends\n");
+    device.reset();
+    readUntil(term.errors, "ends\n");
+    term.give("hello\n");
+    const Device other;
+    unlink(link.c_str());
+    ASSERT_EQ(0, symlink(other.name.c_str(), link.c_str()));
+    EXPECT_EQ("hello\r", readUntil(other.master, "\r"));
+    term.endInput();
+    EXPECT_EQ(0, term.ended());
+    unlink(link.c_str());
+}
+
 TEST(Term, PassesEveryByteThatIsPiped)
 {
     const Device device;

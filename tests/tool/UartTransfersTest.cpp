@@ -85,7 +85,7 @@ const Reader readers[] = {
     {"a few bytes at a time", 20'000, 0, 0, 97, 0},
     {"slow but steady, for longer than a stall may be", 20'000, 0, 0, 4096, 650},
     {"slow, much", 1'000'000, 0, 0, 4096, 2},
-    {"opens late", 20'000, 1500, 0, 4096, 0},
+    {"opens later than a stall may last", 20'000, 5500, 0, 4096, 0},
     {"opens late, much", 1'000'000, 1500, 0, 4096, 0},
     {"reads late", 20'000, 0, 2500, 4096, 0},
     {"reads late, much", 1'000'000, 0, 2500, 65536, 0},
@@ -179,6 +179,23 @@ TEST(PtyWrite, ReachesAProgramThatReadsLines)
     EXPECT_TRUE(lines == readSlowly(port, lines.size(), 4096, 0));
     EXPECT_EQ(0, writer.ended());
     close(port);
+}
+
+TEST(PtyWrite, CountsALineWithoutItsEndAsUnread)
+{
+    PtyWriter writer{"hello"};
+    const int port = writer.openSlave();
+    struct termios settings {
+    };
+    tcgetattr(port, &settings);
+    settings.c_lflag |= ICANON;
+    tcsetattr(port, TCSAFLUSH, &settings);
+    poll(nullptr, 0, 500);  // nothing to read comes
+    close(port);
+    EXPECT_EQ("serialcomm: " + writer.name +
+                  ": the other side closed before it had read all; 0 bytes were sent, 5 were not\n",
+              readAll(writer.errors));
+    EXPECT_EQ(1, writer.ended());
 }
 
 TEST(PtyWrite, ReachesAProgramThatReadsExclusively)

@@ -58,6 +58,40 @@ try_examples() {
     done
 }
 
+# Does the words and says whether the settings of a port are then as before: keeps_settings $SLAVE 'serialcomm ...'
+keeps_settings() {
+    settings=$(stty -F "$1" -g)
+    kept=0
+    eval "$2" || kept=$?
+    [ "$(stty -F "$1" -g)" != "$settings" ] || echo same
+    return "$kept"
+}
+
+# Writes $tmp/properties: a log in $tmp/log, with the words as further properties.
+log_to_file() {
+    printf 'log4cplus.%s\n' appender.F=log4cplus::FileAppender "appender.F.File=$tmp/log" \
+        appender.F.layout=log4cplus::SimpleLayout "$@" >"$tmp/properties"
+}
+
+# Takes the driver from /dev/ttymxc0, and gives it back.
+unplug() {
+    echo 30860000.serial >/sys/bus/platform/drivers/imx-uart/unbind
+}
+
+plug() {
+    echo 30860000.serial >/sys/bus/platform/drivers/imx-uart/bind
+}
+
+# Does the words, which start a process with a pipe as its input, and ends it; what is written to descriptor 8 comes
+# through the pipe.
+with_keys() {
+    mkfifo "$tmp/keys"
+    exec 8<>"$tmp/keys"
+    input=$tmp/keys
+    eval "$1"
+    kill "$process"
+}
+
 example_of() {
     serialcomm "$@" --help | sed -n 's/^Example: //p'
 }

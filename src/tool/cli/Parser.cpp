@@ -141,6 +141,8 @@ public:
 private:
     void checkValue(const Argument& argument, const std::string& value) const
     {
+        if (value.empty() && !argument.required)
+            fail(shownName(argument) + ": must not be empty");
         const std::vector<std::string>& choices = argument.choices;
         if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
             fail(shownName(argument) + " \"" + value + "\": " + joined(choices));

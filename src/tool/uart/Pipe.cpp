@@ -76,7 +76,7 @@ void run(const Pipe& request, Output& output)
 void addPipe(Verbs& verbs)
 {
     verbs.push_back(verb<Pipe>("uart", "pipe", "standard input to the port, the port to standard output",
-                               "uart pipe ttyUSB0 <request.bin >answer.bin"));
+                               "uart pipe ttyUSB0 --timeout 3"));
 }
 
 }  // namespace uart

@@ -68,6 +68,8 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
             stalled = milliseconds{0};
         if (unsent > 0)
             quietSince = steady_clock::now();
+        else if (limits.silence == milliseconds{0})
+            return Ready::Silence;  // also when the other side has read all and is gone
 
         milliseconds most{3600'000};
         if (unsent > 0)
