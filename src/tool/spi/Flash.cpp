@@ -189,7 +189,7 @@ void showId(const Flash& request, FlashChip& flash, Output& output)
                    {"size", size},
                    {"sector", layout.sector},
                    {"page", layout.page},
-                   {"addressBytes", layout.addressBytes}},
+                   {"address_bytes", layout.addressBytes}},
                   hexLine(id) + ": " + (flash.hasSfdp() ? "" : "no SFDP, ") +
                       (layout.size > 0 ? std::to_string(layout.size) + " bytes, " : "") + "sectors of " +
                       std::to_string(layout.sector) + " bytes, pages of " + std::to_string(layout.page) + ", " +
