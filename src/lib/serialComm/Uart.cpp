@@ -29,7 +29,7 @@ static const std::map<int, long> baudRateMap = {
     {3500000, CODE(3500000)}, {4000000, CODE(4000000)},
 };
 
-/// The speed as cfsetispeed() and cfsetospeed() take it, which is B9600 for 9600 bits per second.
+/// The speed for cfsetispeed() and cfsetospeed(), which take the C library's B9600 for 9600 bits per second.
 static speed_t librarySpeed(int baudRate, long kernelCode)
 {
     return static_cast<speed_t>(B9600 == 9600 ? baudRate : kernelCode);
