@@ -21,7 +21,7 @@ namespace
 
 using std::chrono::steady_clock;
 
-constexpr size_t maxSize = 256 * 1024;
+constexpr size_t maxSize = size_t{256} * 1024;
 constexpr size_t readStep = 256;  // bytes in one message; never beyond what one chip address reaches
 constexpr size_t maxBlocks = 8;
 
@@ -205,7 +205,7 @@ std::string traffic(const Eeprom& request)
 class Chips
 {
 public:
-    Chips(const Eeprom& eeprom, Output& shown) : request(eeprom), output(shown), chips(eeprom.blocks()) {}
+    Chips(const ChipRequest& first, size_t count, Output& shown) : request(first), output(shown), chips(count) {}
 
     Chip& at(const Piece& piece)
     {
@@ -219,7 +219,7 @@ public:
     }
 
 private:
-    const Eeprom& request;
+    const ChipRequest& request;
     Output& output;
     std::vector<std::unique_ptr<Chip>> chips;
 };
@@ -301,7 +301,7 @@ void run(const Eeprom& request, Output& output)
     std::optional<OutputFile> file;
     if (!request.outputFile.empty())
         file.emplace(request.outputFile);
-    Chips chips{request, output};
+    Chips chips{request, request.blocks(), output};
     if (request.action == Action::Write)
         write(request, chips, output);
     const ByteArray bytes = read(request, chips, output);

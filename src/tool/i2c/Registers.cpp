@@ -94,8 +94,8 @@ ByteArray readUntil(Chip& chip, const Get& request, Output& output)
     const auto end = steady_clock::now() + *request.deadline;
     for (;;) {
         const auto started = steady_clock::now();
-        const ByteArray bytes = readOnce(chip, request);
-        if (matches(bytes, request.until->mask, request.until->value))
+        ByteArray bytes = readOnce(chip, request);
+        if (matches(bytes, *request.until))
             return bytes;
         const std::string state =
             "is " + hexLine(bytes) + ", not " + hexName(request.until->mask) + "=" + hexName(request.until->value);
@@ -154,7 +154,7 @@ void check(Set& request)
     if (request.mask.size() != request.bytes.size())
         refuse("i2c set: --mask is " + widthOf(request.mask) + " wide, BYTES are " +
                std::to_string(request.bytes.size()));
-    if (!isWithin(request.mask, request.bytes))
+    if (!isWithinMask({request.mask, request.bytes}))
         refuse("i2c set: BYTES " + shortHex(request.bytes) + " have bits outside --mask " + shortHex(request.mask));
 }
 
@@ -185,7 +185,7 @@ void run(const Set& request, Output& output)
     if (!request.verify)
         return;
     const ByteArray back = chip.writeRead(request.reg, count);
-    if (!matches(back, mask, bytes))
+    if (!matches(back, {mask, bytes}))
         throw Failure{TransferFailed,
                       nameOf(chip, request.reg) + ": wrote " + shortHex(bytes) + ", read " + shortHex(back)};
 }

@@ -53,32 +53,36 @@ Bits parseBits(const std::string& text)
     const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
     if (!hasHexPrefix(mask) || !hasHexPrefix(value) || mask.size() != value.size())
         refuse("bits \"" + text + "\": MASK=VALUE in hex, equally wide, such as 0x80=0x00");
-    const Bits bits{parseBytes({mask}), parseBytes({value})};
-    if (!isWithin(bits.mask, bits.value))
+    Bits bits{parseBytes({mask}), parseBytes({value})};
+    if (!isWithinMask(bits))
         refuse("bits " + text + ": the value has bits outside the mask");
     return bits;
 }
 
 ByteArray parseMask(const std::string& text)
 {
-    const ByteArray mask = parseBytes({text});
+    ByteArray mask = parseBytes({text});
     if (mask.empty())
         refuse("mask \"" + text + "\": hex, as wide as BYTES");
     return mask;
 }
 
-bool matches(const ByteArray& bytes, const ByteArray& mask, const ByteArray& value)
+bool matches(const ByteArray& bytes, const Bits& wanted)
 {
     for (size_t i = 0; i < bytes.size(); ++i) {
-        if (((bytes[i] ^ value[i]) & mask[i]) != 0)
+        if (((bytes[i] ^ wanted.value[i]) & wanted.mask[i]) != 0)
             return false;
     }
     return true;
 }
 
-bool isWithin(const ByteArray& mask, const ByteArray& bytes)
+bool isWithinMask(const Bits& bits)
 {
-    return matches(bytes, bytes, mask);
+    for (size_t i = 0; i < bits.value.size(); ++i) {
+        if ((bits.value[i] & ~bits.mask[i]) != 0)
+            return false;
+    }
+    return true;
 }
 
 }  // namespace i2c

@@ -42,10 +42,9 @@ ByteArray parseMask(const std::string& text);
 
 // Of equally long bytes:
 
-/// `bytes` is `value` where the mask has ones.
-bool matches(const ByteArray& bytes, const ByteArray& mask, const ByteArray& value);
+bool matches(const ByteArray& bytes, const Bits& wanted);
 
-/// `bytes` has no ones where the mask has none.
-bool isWithin(const ByteArray& mask, const ByteArray& bytes);
+/// The value has no ones where the mask has none.
+bool isWithinMask(const Bits& bits);
 
 }  // namespace i2c
