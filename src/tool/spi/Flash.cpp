@@ -218,9 +218,9 @@ void verify(const Flash& request, FlashChip& flash, uint64_t address, const Byte
     if (differences == 0)
         return;
     const std::string message = request.device + ": verification failed: " + std::to_string(differences) + " of " +
-                          std::to_string(expected.size()) + " bytes differ, the first at " +
-                          hexNumber(address + first, 6) + ": " + hexPair(actual[first]) + " instead of " +
-                          hexPair(expected[first]);
+                                std::to_string(expected.size()) + " bytes differ, the first at " +
+                                hexNumber(address + first, 6) + ": " + hexPair(actual[first]) + " instead of " +
+                                hexPair(expected[first]);
     std::string hint;
     if (request.is("write") && needsErase && !request.erase)
         hint = "--erase: writing alone turns no 0 bit into 1";
