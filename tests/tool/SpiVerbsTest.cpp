@@ -429,7 +429,7 @@ TEST_F(SpiFlash, TellsWhatItIs)
     EXPECT_EQ("ef 40 14: no SFDP, sectors of 4096 bytes, pages of 256, 3 address bytes\n",
               tool("spi flash 2.0 id").out);
     EXPECT_EQ(R"({"device":"/dev/spidev2.0","id":[239,64,20],"sfdp":false,"size":null,"sector":4096,"page":256,)"
-              "\"addressBytes\":3}\n",
+              "\"address_bytes\":3}\n",
               tool("spi flash 2.0 id --json").out);
     struct {
         ByteArray sfdp;

@@ -246,7 +246,8 @@ TEST(Write, SaysHowMuchWasSentWhenItIsInterrupted)
     Piped writer{{"uart", "write", device.name, muchText, "--eol", "none"}};
     EXPECT_EQ("x", readUntil(device.master, "x"));
     writer.signal(SIGINT);
-    EXPECT_EQ(muchText.size(), accountedFor(readAll(writer.errors)));
+    const std::string errors = readAll(writer.errors);
+    EXPECT_EQ(muchText.size(), accountedFor(errors)) << errors;
     EXPECT_EQ(128 + SIGINT, writer.ended());
 }
 
@@ -256,7 +257,8 @@ TEST(Write, SaysHowMuchWasSentWhenThePortGoes)
     Piped writer{{"uart", "write", device->name, muchText, "--eol", "none"}};
     EXPECT_EQ("x", readUntil(device->master, "x"));
     device.reset();
-    EXPECT_EQ(muchText.size(), accountedFor(readAll(writer.errors)));
+    const std::string errors = readAll(writer.errors);
+    EXPECT_EQ(muchText.size(), accountedFor(errors)) << errors;
     EXPECT_EQ(1, writer.ended());
 }
 
