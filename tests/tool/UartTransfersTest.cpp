@@ -255,7 +255,8 @@ TEST(Write, SaysHowMuchWasSentWhenThePortGoes)
 {
     auto device = std::make_unique<Device>();
     Piped writer{{"uart", "write", device->name, muchText, "--eol", "none"}};
-    EXPECT_EQ("x", readUntil(device->master, "x"));
+    const std::string some(8192, 'x');
+    EXPECT_EQ(some, readUntil(device->master, some));
     device.reset();
     const std::string errors = readAll(writer.errors);
     EXPECT_EQ(muchText.size(), accountedFor(errors)) << errors;
