@@ -83,13 +83,13 @@ protected:
 
     /// Some of the queued bytes were handed over, and others not.
     [[nodiscard]] bool isPartlySent() const { return handedOver > 0; }
-    void countUnsent(size_t inFlight) { unsent = outgoing.size() - handedOver + inFlight; }
+    void countUnsent(size_t pending) { unsent = outgoing.size() - handedOver + pending; }
 
     /// Sends as many of the bytes as can be sent without waiting.
     virtual size_t put(const uint8_t* bytes, size_t size) = 0;
 
     /// Bytes that put() has sent and that have not left yet.
-    virtual size_t inFlight() = 0;
+    virtual size_t pending() = 0;
 
     /// Whether a poll for POLLOUT says that put() can send something.
     [[nodiscard]] virtual bool pollsForRoom() const = 0;
