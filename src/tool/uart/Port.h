@@ -83,7 +83,7 @@ protected:
 
     /// Some of the queued bytes were handed over, and others not.
     [[nodiscard]] bool isPartlySent() const { return handedOver > 0; }
-    void countUnsent(size_t pending) { unsent = outgoing.size() - handedOver + pending; }
+    void countUnsent(size_t onTheirWay) { unsent = outgoing.size() - handedOver + onTheirWay; }
 
     /// Sends as many of the bytes as can be sent without waiting.
     virtual size_t put(const uint8_t* bytes, size_t size) = 0;
