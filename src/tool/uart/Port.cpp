@@ -124,7 +124,7 @@ void Port::push()
         outgoing.clear();
         handedOver = 0;
     }
-    countUnsent(total > 0 ? pending() : 0);
+    countUnsent(total > 0 ? inTransit() : 0);
 }
 
 void Port::throwIfInterrupted() const

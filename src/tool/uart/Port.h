@@ -89,7 +89,7 @@ protected:
     virtual size_t put(const uint8_t* bytes, size_t size) = 0;
 
     /// Bytes that put() has sent and that have not left yet.
-    virtual size_t pending() = 0;
+    virtual size_t inTransit() = 0;
 
     /// Whether a poll for POLLOUT says that put() can send something.
     [[nodiscard]] virtual bool pollsForRoom() const = 0;

@@ -161,7 +161,7 @@ ByteArray PseudoTerminal::take(size_t most)
     return packet;
 }
 
-size_t PseudoTerminal::pending()
+size_t PseudoTerminal::inTransit()
 {
     if (notRead == 0)
         return 0;

@@ -25,7 +25,7 @@ public:
 
 private:
     size_t put(const uint8_t* bytes, size_t size) override;
-    size_t pending() override;
+    size_t inTransit() override;
     [[nodiscard]] bool pollsForRoom() const override { return false; }
     [[nodiscard]] bool lacksPeer() const override { return !peerIsReady; }
 

@@ -55,7 +55,7 @@ SerialPort::SerialPort(const Line& settings)
 
 SerialPort::~SerialPort()
 {
-    if (pending() > 0)  // closing would wait for them, up to half a minute
+    if (inTransit() > 0)  // closing would wait for them, up to half a minute
         tcflush(fd, TCOFLUSH);
 }
 
@@ -91,7 +91,7 @@ ByteArray SerialPort::take(size_t most)
     throw gone();  // readable, but nothing there
 }
 
-size_t SerialPort::pending()
+size_t SerialPort::inTransit()
 {
     int count = 0;
     return ioctl(fd, TIOCOUTQ, &count) == 0 ? static_cast<size_t>(count) : 0;

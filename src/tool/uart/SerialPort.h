@@ -21,7 +21,7 @@ public:
 
 private:
     size_t put(const uint8_t* bytes, size_t size) override;
-    size_t pending() override;
+    size_t inTransit() override;
     [[nodiscard]] bool pollsForRoom() const override { return true; }
 
     /// Closed after the library has put back the settings that it found.
