@@ -121,7 +121,11 @@ std::string hexDump(const ByteArray& bytes, size_t firstOffset, int digits)
         std::string text;
         for (const uint8_t byte : row)
             text += byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';
-        lines += hexNumber(firstOffset + i, digits).substr(2) + ": " + hex + "    " + text + '\n';
+        lines.append(hexNumber(firstOffset + i, digits).substr(2))
+            .append(": ")
+            .append(hex)
+            .append("    ")
+            .append(text) += '\n';
     }
     return lines;
 }

@@ -15,7 +15,7 @@ ByteArray readFile(const std::string& path, size_t most);
 class OutputFile
 {
 public:
-    explicit OutputFile(const std::string& path);
+    explicit OutputFile(const std::string& name);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;

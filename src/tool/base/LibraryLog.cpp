@@ -93,7 +93,7 @@ void checkLogConfig(const std::string& path)
         throw Failure{CannotOpen, (path.empty() ? "\"\"" : path) + ": " + strerror(errno)};
     if (!S_ISREG(status.st_mode))
         throw Failure{CannotOpen, path + ": " + (S_ISDIR(status.st_mode) ? strerror(EISDIR) : "not a regular file")};
-    constexpr off_t most = 1024 * 1024;
+    constexpr off_t most = 1'048'576;
     if (status.st_size > most)
         throw Failure{CannotOpen, path + ": larger than 1 MiB"};
     std::ifstream file{path};
@@ -147,7 +147,7 @@ std::string LibraryError::text() const
     return named ? message : message + ": " + cause;
 }
 
-ErrorScope::ErrorScope(Visibility wanted) : visibility(wanted), outer(scope)
+ErrorScope::ErrorScope(Visibility wanted) : visible(wanted), outer(scope)
 {
     scope = this;
 }

@@ -27,7 +27,7 @@ public:
     enum Visibility { Shown, Hidden };
 
     /// Hidden: the lines are not shown at -v either, for a scan, where most addresses do not answer.
-    explicit ErrorScope(Visibility visibility = Shown);
+    explicit ErrorScope(Visibility wanted = Shown);
     ~ErrorScope();
     ErrorScope(const ErrorScope&) = delete;
     ErrorScope& operator=(const ErrorScope&) = delete;
@@ -39,10 +39,10 @@ public:
 
     // For the appender.
     void add(const std::string& message, int number);
-    [[nodiscard]] bool shows() const { return visibility == Shown; }
+    [[nodiscard]] bool shows() const { return visible == Shown; }
 
 private:
-    Visibility visibility;
+    Visibility visible;
     ErrorScope* outer;
     std::optional<LibraryError> error;
 };
