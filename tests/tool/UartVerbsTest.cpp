@@ -303,8 +303,9 @@ TEST(UartVerbs, WriteWaitsUntilTheDriverHasSentAll)
 
 TEST(UartVerbs, AskTakesALimitedQuestion)
 {
+    const ByteArray tooMuch(16 * 1024 * 1024 + 1, 'x');
     EXPECT_EQ("serialcomm: standard input: more than 16777216 bytes\n",
-              tool({"uart", "ask", "ttyX", "-"}, std::string(16'777'217, 'x')).err);
+              tool({"uart", "ask", "ttyX", "-"}, {tooMuch.begin(), tooMuch.end()}).err);
 }
 
 /// What is said about a port, and what the defaults are, is what the parser takes.

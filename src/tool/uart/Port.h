@@ -53,7 +53,7 @@ public:
     ByteArray receiveBurst(size_t most, const Limits& limits);
 
     /// The burst that these bytes begin.
-    ByteArray burstAfter(ByteArray first, size_t most, const Limits& limits);
+    ByteArray burstAfter(ByteArray burst, size_t most, const Limits& limits);
 
     /// What has come, at most that much, without waiting; it may be nothing after all.
     virtual ByteArray take(size_t most) = 0;

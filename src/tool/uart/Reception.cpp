@@ -117,13 +117,13 @@ public:
     /// Whether the line is complete.
     bool add(const ByteArray& bytes)
     {
-        for (const uint8_t byte : bytes) {
-            if (isLineEnd(byte) && !text.empty())
-                return true;
-            if (!isLineEnd(byte))
-                text.push_back(byte);
+        bool complete = false;
+        for (size_t i = 0; i < bytes.size() && !complete; ++i) {
+            complete = isLineEnd(bytes[i]) && !text.empty();
+            if (!isLineEnd(bytes[i]))
+                text.push_back(bytes[i]);
         }
-        return false;
+        return complete;
     }
 
     ByteArray text;

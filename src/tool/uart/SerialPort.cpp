@@ -55,7 +55,7 @@ SerialPort::SerialPort(const Line& settings)
 
 SerialPort::~SerialPort()
 {
-    if (inTransit() > 0)  // closing would wait for them, up to half a minute
+    if (SerialPort::inTransit() > 0)  // closing would wait for them, up to half a minute
         tcflush(fd, TCOFLUSH);
 }
 

@@ -76,7 +76,7 @@ struct Message {
 
 void describeMessage(Grammar& grammar, Message& message, const std::string& hexHelp)
 {
-    grammar.words("TEXT", "Words joined by blanks; \\r \\n \\t \\\\ \\xNN; - for raw standard input", message.words);
+    grammar.words("TEXT", R"(Words joined by blanks; \r \n \t \\ \xNN; - for raw standard input)", message.words);
     grammar.flag("--hex", hexHelp, message.hex);
     describeLineEnd(grammar, message.lineEnd).exclude("--hex");
 }

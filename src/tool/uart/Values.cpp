@@ -57,7 +57,7 @@ uint8_t escapedByte(const std::string& text, size_t& at)
     case '\\':
         return '\\';
     default:
-        refuse("text \"" + text + "\": a backslash starts \\r \\n \\t \\\\ or \\xNN");
+        refuse("text \"" + text + R"(": a backslash starts \r \n \t \\ or \xNN)");
     }
 }
 
