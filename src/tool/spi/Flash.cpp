@@ -19,7 +19,7 @@ namespace spi
 namespace
 {
 
-constexpr size_t maxImage = 256 * 1024 * 1024;
+constexpr size_t maxImage = size_t{1} * 256 * 1024 * 1024;
 
 struct Flash : ChipRequest {
     std::string action;

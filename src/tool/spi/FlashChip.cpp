@@ -23,7 +23,7 @@ FlashChip::FlashChip(const ChipRequest& request, const FlashOptions& options, mi
 
 ByteArray FlashChip::id()
 {
-    const ByteArray bytes = perform({readId()}, "");
+    ByteArray bytes = perform({readId()}, "");
     const auto all = [&](uint8_t value) {
         return std::count(bytes.begin(), bytes.end(), value) == static_cast<std::ptrdiff_t>(bytes.size());
     };

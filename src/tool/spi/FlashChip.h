@@ -14,7 +14,7 @@ namespace spi
 class FlashChip
 {
 public:
-    FlashChip(const ChipRequest& request, const FlashOptions& options, milliseconds patience, Output& shown);
+    FlashChip(const ChipRequest& request, const FlashOptions& options, milliseconds longest, Output& shown);
 
     [[nodiscard]] const FlashLayout& layout() const { return organisation; }
     [[nodiscard]] bool hasSfdp() const { return sfdp; }
