@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -49,6 +50,9 @@ PseudoTerminal::PseudoTerminal(const Line& settings) : Port(settings)
         throw Failure{CannotOpen, line.path + ": " + strerror(errno)};
     slaveName = name.data();
     slaveFd = openSlave();
+    openings = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (openings < 0 || inotify_add_watch(openings, slaveName.c_str(), IN_OPEN) < 0)
+        throw Failure{CannotOpen, slaveName + ": inotify: " + strerror(errno)};
     struct termios attributes {
     };
     tcgetattr(slaveFd, &attributes);
@@ -58,6 +62,7 @@ PseudoTerminal::PseudoTerminal(const Line& settings) : Port(settings)
 
 PseudoTerminal::~PseudoTerminal()
 {
+    close(openings);
     close(slaveFd);
     close(fd);
 }
@@ -82,6 +87,13 @@ bool PseudoTerminal::slaveIsOpen()
     return open;
 }
 
+/// Whether the slave was opened since the last call, if only by slaveIsOpen(), which then looks again a moment later.
+bool PseudoTerminal::wasOpened()
+{
+    alignas(struct inotify_event) std::array<char, 4096> events{};
+    return read(openings, events.data(), events.size()) > 0;
+}
+
 /// Reads the master's status: has the other program discarded its input?
 bool PseudoTerminal::inputWasDiscarded()
 {
@@ -94,12 +106,15 @@ bool PseudoTerminal::inputWasDiscarded()
 void PseudoTerminal::lookForPeer()
 {
     const auto now = steady_clock::now();
-    if (now - lastLook < betweenLooks)
+    if (wasOpened() && !peerIsReady)
+        peerSince = now;
+    if (!peerSince || now - lastLook < betweenLooks)
+        return;
+    if (!peerIsReady && !peerHasSetUp && now - *peerSince < longestSetUp)
         return;
     lastLook = now;
     if (slaveIsOpen()) {
-        peerSince = peerSince.value_or(now);
-        peerIsReady = peerIsReady || peerHasSetUp || now - *peerSince >= longestSetUp;
+        peerIsReady = true;
         return;
     }
     peerSince.reset();

@@ -31,6 +31,7 @@ private:
 
     [[nodiscard]] int openSlave() const;
     bool slaveIsOpen();
+    bool wasOpened();
     void lookForPeer();
     bool inputWasDiscarded();
     void noteStatus();
@@ -44,8 +45,10 @@ private:
     /// The slave, held open: what its program has not read can be counted, even where that program has it exclusively.
     int slaveFd = -1;
 
+    int openings = -1;  ///< inotify
+
     steady_clock::time_point lastLook{};
-    std::optional<steady_clock::time_point> peerSince;
+    std::optional<steady_clock::time_point> peerSince;  ///< when the slave was last opened
     bool peerHasSetUp = false;
     bool peerIsReady = false;
     size_t notRead = 0;       ///< bytes sent that the peer had not read when they were last counted
