@@ -69,6 +69,7 @@ TEST(CommandLine, AMistakeGetsALineThatWorks)
          "serialcomm i2c get --help"},
         {"list can", "list: BUS \"can\": i2c, spi or uart", "serialcomm list --help"},
         {"--frobnicate", "--frobnicate: no verb", "serialcomm --help"},
+        {"help --dry-run", "--dry-run: no verb", "serialcomm help"},
     };
     for (const Mistake& mistake : mistakes) {
         SCOPED_TRACE(mistake.line);

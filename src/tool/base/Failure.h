@@ -3,7 +3,7 @@
 
 #include <string>
 
-enum Status {
+enum Status : int {
     Done = 0,
     TransferFailed = 1,
     WrongCommandLine = 2,

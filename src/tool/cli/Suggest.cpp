@@ -179,6 +179,8 @@ Failure unknownVerb(const std::vector<std::string>& words)
 {
     const auto isOption = [](const std::string& word) { return word.size() > 1 && word[0] == '-'; };
     const Words plain(std::find_if_not(words.begin(), words.end(), isOption), words.end());
+    if (plain.empty())
+        return {WrongCommandLine, words.front() + ": no verb", "serialcomm help"};
     std::string name = plain[0].empty() ? "\"\"" : plain[0];
     if (isBus(plain[0]) && plain.size() > 1)
         name += ' ' + (plain[1].empty() ? "\"\"" : plain[1]);
