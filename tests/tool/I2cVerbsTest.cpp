@@ -587,7 +587,7 @@ TEST_F(I2cVerbs, ReachAChipThatADriverUses)
              "serialcomm: 0x48 on /dev/i2c-4 is in use by a kernel driver\n"
              "  try: use the driver's files below /sys/bus/i2c/devices/4-0048, or use --force\n"}});
     EXPECT_TRUE(bus->traffic.empty());
-    const std::string said = "serialcomm: 0x48 on /dev/i2c-4 is in use by a kernel driver; talking to it all the same, "
+    const std::string said = "serialcomm: 0x48 on /dev/i2c-4 is in use by a kernel driver; using it anyway, "
                              "through I2C_RDWR (--force)\n";
     expect({{"i2c get 4 0x48 0x00 2 --force", 0, "19 80\n", said, "S 48 W 00 Sr 48 R [2] P\n"},
             {"i2c get 4 0x48 0x00 2 --force --stop", 0, "19 80\n", said, "S 48 W 00 P\nS 48 R [2] P\n"},
