@@ -382,13 +382,13 @@ TEST(Pipe, ShowsItsProgressOnATerminal)
 TEST(Pipe, ReportsMissingBytes)
 {
     const Device device;
-    Piped pipe{{"uart", "pipe", device.name, "--count", "5", "--timeout", "0.3"}};
+    Piped pipe{{"uart", "pipe", device.name, "--count", "5"}};
     pipe.give("?");
     EXPECT_EQ("?", readUntil(device.master, "?"));
     device.send("abc");
     pipe.endInput();
     EXPECT_EQ("abc", readAll(pipe.output));
-    EXPECT_EQ("serialcomm: " + device.name + ": received 3 of 5 bytes before the timeout of 0.3 s\n",
+    EXPECT_EQ("serialcomm: " + device.name + ": received 3 of 5 bytes before the timeout of 1 s\n",
               readAll(pipe.errors));
     EXPECT_EQ(1, pipe.ended());
 }
