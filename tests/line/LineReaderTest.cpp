@@ -116,12 +116,15 @@ TEST_F(LineReaderTest, FramesEndWhereTheCallersFunctionSays)
 TEST_F(LineReaderTest, ADeadlineOfMillisecondsHoldsAndThePartIsKept)
 {
     ASSERT_TRUE(master->write(bytes("half")));
-    const steady_clock::time_point start = steady_clock::now();
-    EXPECT_EQ(std::nullopt, reader.until('\n', milliseconds{20}, &failed));
-    const auto took = steady_clock::now() - start;
-    EXPECT_FALSE(failed);
-    EXPECT_GE(took, milliseconds{20});
-    EXPECT_LT(took, milliseconds{400}) << "less than the half second of a read";
+    steady_clock::duration shortest = soon;
+    for (int i = 0; i < 5; ++i) {  // one of them is not held up by a busy machine
+        const steady_clock::time_point start = steady_clock::now();
+        EXPECT_EQ(std::nullopt, reader.until('\n', milliseconds{20}, &failed));
+        EXPECT_FALSE(failed);
+        EXPECT_GE(steady_clock::now() - start, milliseconds{20});
+        shortest = std::min(shortest, steady_clock::now() - start);
+    }
+    EXPECT_LT(shortest, milliseconds{400}) << "less than the half second of a read";
     std::thread sender = sends({bytes(" a"), bytes(" line\n")});
     EXPECT_EQ(bytes("half a line"), reader.until('\n', milliseconds::max()));
     sender.join();

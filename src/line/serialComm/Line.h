@@ -42,7 +42,7 @@
 /// @endcode
 ///
 /// @see Linux manual pages: ioctl_tty(2), tty_ioctl(4), termios(3). Linux kernel documentation: driver-api/serial.
-class [[gnu::visibility("default")]] Line
+class Line
 {
 public:
     /// Mark: the parity bit is always 1; Space: always 0.
@@ -118,10 +118,7 @@ public:
     ~Line();
 
     /// @return The path, as it was given.
-    const std::string& device() const
-    {
-        return path;
-    }
+    const std::string& device() const { return path; }
 
     /// Opens the port without waiting for a carrier; settings stay as they are. If nobody else has it open, the kernel
     /// asserts DTR and RTS. A second call closes the earlier descriptor first.
@@ -193,7 +190,8 @@ public:
     /// `ioctl(fd, TIOCGSERIAL, ...)`.
     std::optional<Hardware> hardware() const;
 
-    /// Switches low latency on or off and reads it back. Few drivers know it; it lasts until the port closes.
+    /// Switches low latency on or off and reads it back. Many drivers keep the flag and ignore it; it stays when the
+    /// port closes.
     ///
     /// @return true when it is in force; false otherwise.
     /// @par System calls

@@ -24,7 +24,7 @@
 /// LineReader reader{port, line};
 /// const std::optional<ByteArray> answer = reader.until('\n', std::chrono::milliseconds{200});
 /// @endcode
-class [[gnu::visibility("default")]] LineReader
+class LineReader
 {
 public:
     /// How many bytes the frame at the beginning of `received` has, its own delimiters included; 0 if that cannot be
@@ -35,7 +35,7 @@ public:
     ///
     /// @param uart Opened by init(), to wait or not.
     /// @param line Opened on the same port; only waits.
-    LineReader(Uart & uart, const Line& line);
+    LineReader(Uart& uart, const Line& line);
 
     /// Receives up to a delimiter, which is taken off.
     ///
@@ -62,13 +62,15 @@ public:
     /// Receives a frame, whose end a function of the caller's finds.
     ///
     /// @code
-    /// // One byte says how many follow.
-    /// const auto lengthField = [](const ByteArray& received) -> size_t { return 1U + received[0]; };
-    /// // SLIP ends a frame with c0; with COBS it would be 00.
-    /// const auto slip = [](const ByteArray& received) -> size_t {
+    /// size_t lengthField(const ByteArray& received)  // the first byte says how many follow
+    /// {
+    ///     return 1U + received[0];
+    /// }
+    /// size_t slip(const ByteArray& received)  // c0 ends a frame; with COBS it would be 00
+    /// {
     ///     const auto end = std::find(received.begin(), received.end(), 0xc0);
-    ///     return end == received.end() ? 0 : size_t(end - received.begin() + 1);
-    /// };
+    ///     return end == received.end() ? 0 : static_cast<size_t>(end - received.begin()) + 1;
+    /// }
     /// @endcode
     ///
     /// @param length Is asked again each time that bytes came.
