@@ -1,48 +1,45 @@
 #pragma once
 
-#include <serialComm/Uart.h>
+#include <serialComm/LineReader.h>
 
 #include <chrono>
 #include <optional>
 #include <string>
 
-/// An instrument that answers each line with a line. Its port is opened to wait (Uart's last parameter true).
+/// An instrument that answers each line with a line.
 class Instrument
 {
 public:
-    explicit Instrument(Uart& uart) : port(uart) {}
+    /// Both are opened on the instrument's port; the Line waits, the Uart carries the bytes.
+    Instrument(Uart& uart, const Line& line) : port(uart), reader(uart, line) {}
 
     /// Sends a question and waits for the answer.
     ///
-    /// @return The answer without its line end, CR, LF or both; nothing when there was none in time or the port is
+    /// @return The answer without its line ending, CR, LF or both; nothing when there was none in time or the port is
     /// gone. An empty line is no answer; an answer that comes too late is taken for the next question's.
-    std::optional<std::string> ask(const std::string& question, std::chrono::milliseconds patience)
+    std::optional<std::string> ask(const std::string& question, std::chrono::milliseconds timeout)
     {
         const std::string line = question + "\n";
         if (!port.write(ByteArray(line.begin(), line.end())))
             return std::nullopt;
 
-        std::string received;
-        const auto deadline = Clock::now() + patience;
-        while (Clock::now() < deadline) {
-            const auto asked = Clock::now();
-            bool failed = false;
-            const ByteArray bytes = port.read(256, &failed);
-            // Silence takes 0.5 s. Nothing, and at once, comes from a port that is gone: asking on would spin.
-            if (failed || (bytes.empty() && Clock::now() - asked < std::chrono::milliseconds{250}))
-                return std::nullopt;
-
-            received.append(bytes.begin(), bytes.end());
-            received.erase(0, received.find_first_not_of("\r\n"));  // the LF of the answer before comes on its own
-            const size_t end = received.find_first_of("\r\n");
-            if (end != std::string::npos)
-                return received.substr(0, end);
-        }
-        return std::nullopt;
+        const std::optional<ByteArray> answer = reader.frame(lengthOfLine, timeout);
+        if (!answer)
+            return std::nullopt;
+        const std::string text{answer->begin(), answer->end() - 1};
+        return text.substr(text.find_first_not_of("\r\n"));
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
+    /// Line endings before the text, the text, and CR or LF; the LF after a CR then comes before the next answer.
+    static size_t lengthOfLine(const ByteArray& received)
+    {
+        const std::string text{received.begin(), received.end()};
+        const size_t begin = text.find_first_not_of("\r\n");
+        const size_t end = text.find_first_of("\r\n", begin);
+        return begin == std::string::npos || end == std::string::npos ? 0 : end + 1;
+    }
 
     Uart& port;
+    LineReader reader;
 };
