@@ -77,7 +77,8 @@ static Line::Settings decode(const termios2& attributes)
 static void encode(const Line::Settings& settings, termios2& attributes)
 {
     if (settings.baudRate != attributes.c_ospeed) {
-        attributes.c_cflag = (attributes.c_cflag & ~(CBAUD | CIBAUD)) | BOTHER;
+        setFlag(attributes.c_cflag, CBAUD | CIBAUD, false);
+        setFlag(attributes.c_cflag, BOTHER, true);
         attributes.c_ispeed = settings.baudRate;
         attributes.c_ospeed = settings.baudRate;
     }
