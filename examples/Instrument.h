@@ -6,17 +6,18 @@
 #include <optional>
 #include <string>
 
-/// An instrument that answers each line with a line.
+/// An instrument that answers each line with one line.
 class Instrument
 {
 public:
-    /// Both are opened on the instrument's port; the Line waits, the Uart carries the bytes.
+    /// Both are open on the port of the instrument: the Uart transfers the bytes, the Line waits for them.
     Instrument(Uart& uart, const Line& line) : port(uart), reader(uart, line) {}
 
     /// Sends a question and waits for the answer.
     ///
-    /// @return The answer without its line ending, CR, LF or both; nothing when there was none in time or the port is
-    /// gone. An empty line is no answer; an answer that comes too late is taken for the next question's.
+    /// @return The answer without its line ending (CR, LF or both), or nothing after the timeout or if the port is
+    /// gone. Empty lines are skipped. An answer that arrives after the timeout is taken as the answer to the next
+    /// question.
     std::optional<std::string> ask(const std::string& question, std::chrono::milliseconds timeout)
     {
         const std::string line = question + "\n";
@@ -31,7 +32,7 @@ public:
     }
 
 private:
-    /// Line endings before the text, the text, and CR or LF; the LF after a CR then comes before the next answer.
+    /// Leading line endings, the text, and one CR or LF. If the answer ends in CR LF, the LF precedes the next answer.
     static size_t lengthOfLine(const ByteArray& received)
     {
         const std::string text{received.begin(), received.end()};

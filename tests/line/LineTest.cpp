@@ -314,7 +314,7 @@ TEST_F(RealKernel, ALineOnTheMasterOfAPseudoTerminal)
 
 TEST_F(RealKernel, WhatIsNoSerialPortIsNotOpened)
 {
-    const size_t before = thisProcess().descriptors;
+    const size_t before = resourcesInUse().descriptors;
     const struct {
         const char* path;
         const char* call;
@@ -335,16 +335,16 @@ TEST_F(RealKernel, WhatIsNoSerialPortIsNotOpened)
     Line line{"/dev/ptmx"};
     EXPECT_FALSE(line.init(-1));
     EXPECT_THAT(lines(), ElementsAre("ERROR Line dup failed on /dev/ptmx: not open, errno: 9"));
-    EXPECT_EQ(before, thisProcess().descriptors);
+    EXPECT_EQ(before, resourcesInUse().descriptors);
 }
 
 TEST_F(LineOnPseudoTerminal, ASecondInitAndAFailedOneLeakNoDescriptor)
 {
-    const size_t before = thisProcess().descriptors;
+    const size_t before = resourcesInUse().descriptors;
     for (int i = 0; i < 100; ++i) {
         ASSERT_TRUE(line.init());
     }
-    EXPECT_EQ(before, thisProcess().descriptors);
+    EXPECT_EQ(before, resourcesInUse().descriptors);
     EXPECT_FALSE(line.init(-1));
     EXPECT_TRUE(line.settings()) << "the earlier one stays open";
 }

@@ -1,11 +1,14 @@
-// For tests against the kernel itself: the log of a test, pseudo-terminals, and signals.
+// For tests with the real kernel: the log lines of a test, pseudo-terminals, and signals.
 #pragma once
 
 #include "serialComm/Uart.h"
 
+#include "support/Process.h"
+
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +24,7 @@
 #include <utility>
 #include <vector>
 
-/// Keeps the lines of all threads.
+/// Collects the log lines of all threads.
 class LineAppender : public log4cplus::Appender
 {
 public:
@@ -60,7 +63,7 @@ protected:
 
     std::vector<std::string> lines() { return static_cast<LineAppender&>(*appender).take(); }
 
-    /// Makes a pseudo-terminal and gives its slave's name, as a user finds it: in the log.
+    /// Opens a new pseudo-terminal and returns its slave's name from the log.
     std::string slaveOf(Uart& master)
     {
         EXPECT_TRUE(master.init());
@@ -83,8 +86,16 @@ inline ByteArray bytes(const std::string& text)
     return {text.begin(), text.end()};
 }
 
-/// Sends signals, whose handler is installed without SA_RESTART, to the thread that makes it, as long as it lives; two
-/// seconds at most.
+inline void waitUntilSleeping(pid_t thread)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (!isSleeping(thread) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    }
+}
+
+/// While it lives, sends a signal to the thread that constructed it whenever that thread sleeps in a system call. The
+/// handler is installed without SA_RESTART.
 class Interrupter
 {
 public:
@@ -94,9 +105,9 @@ public:
         };
         action.sa_handler = [](int) {};
         sigaction(SIGUSR1, &action, nullptr);
-        sender = std::thread{[this, target = pthread_self()] {
-            for (int i = 0; i < 20 && !done; ++i) {
-                std::this_thread::sleep_for(std::chrono::milliseconds{100});
+        sender = std::thread{[this, target = pthread_self(), thread = gettid()] {
+            while (!done) {
+                waitUntilSleeping(thread);
                 pthread_kill(target, SIGUSR1);
             }
         }};
