@@ -16,7 +16,7 @@ static bool isTextByte(uint8_t byte)
     return (byte >= 0x20 && byte < 0x7f) || byte == '\r' || byte == '\n' || byte == '\t';
 }
 
-/// Share of the bytes that had their stop bit.
+/// Share of the bytes with a valid stop bit.
 static double framed(const BaudScore& score)
 {
     return score.bytes == 0 ? 0 : 1 - std::min(1.0, score.framingErrors / static_cast<double>(score.bytes));
@@ -41,13 +41,13 @@ static bool hasGoodFrames(const BaudScore& score)
     return framed(score) >= goodShare;
 }
 
-/// The same byte over and over, such as ff, has good frames at several rates.
+/// A repeated byte, such as ff, has good frames at several rates.
 static bool isVaried(const ByteArray& bytes)
 {
     return std::set<uint8_t>(bytes.begin(), bytes.end()).size() >= fewestValues;
 }
 
-/// Text is not text at any other rate.
+/// Text is text at one rate only.
 static BaudRanking rankText(std::vector<BaudScore> scores)
 {
     const bool isAhead = scores.size() == 1 || scores[0].score - scores[1].score >= clearLead;

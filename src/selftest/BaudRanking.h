@@ -1,15 +1,15 @@
-// Which baud rate a peer sends at, by what was received at several.
+// Finds the baud rate of a peer from the bytes received at several rates.
 #pragma once
 
 #include <serialComm/SyncSerialBase.h>
 
 #include <vector>
 
-/// What was received at one rate.
+/// The bytes received at one rate.
 struct BaudSample {
     uint32_t baudRate = 0;
     ByteArray bytes;
-    uint32_t framingErrors = 0;  ///< How far the driver's counter rose.
+    uint32_t framingErrors = 0;  ///< Increase of the driver's counter.
 };
 
 struct BaudScore {
@@ -17,16 +17,16 @@ struct BaudScore {
     size_t bytes = 0;
     uint32_t framingErrors = 0;
     double printable = 0;  ///< Share of printable ASCII, CR, LF and TAB, 0 to 1.
-    double score = 0;      ///< 0 to 1: half for bytes without framing errors, half for text.
+    double score = 0;      ///< 0 to 1: one half for bytes without framing errors, one half for text.
 };
 
 struct BaudRanking {
-    std::vector<BaudScore> scores;  ///< The best first.
+    std::vector<BaudScore> scores;  ///< Best first.
     bool decided = false;           ///< Whether the first is clearly better than the others.
 };
 
-/// Text is recognised by its bytes, binary data by framing errors: these show at rates above the right one. So binary
-/// data stays undecided where the driver counts no framing errors, or no higher rate was tried. For binary data
-/// "decided" means: among the rates tried. One that divides the right rate almost evenly (57600 for 250000) looks right
-/// if that was left out.
+/// Text is recognised by its bytes, binary data by framing errors, which occur at rates above the right one. Binary
+/// data is therefore undecided if the driver counts no framing errors or no higher rate was tried. "Decided" is
+/// relative to the rates tried: if the right rate was not, one that divides it almost evenly (57600 for 250000) looks
+/// right.
 BaudRanking rankBaudRates(const std::vector<BaudSample>& samples);

@@ -40,14 +40,14 @@ std::vector<TestBurst> testBursts(size_t longest)
         const size_t size = std::min(row.size, longest);
         bursts.push_back({named(row.name, size), repeated(row.pattern, size)});
     }
-    std::minstd_rand numbers;  // the same ones everywhere, unlike those of a distribution
+    std::minstd_rand numbers;  // the same sequence with every standard library, unlike a distribution
     for (const size_t size : {1U, 2U, 3U, 15U, 16U, 17U, 63U, 64U, 65U, 127U, 128U, 129U, 255U, 257U, 1000U, 4096U}) {
         if (size > longest) {
             break;
         }
         ByteArray bytes(size);
         std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<uint8_t>(numbers() >> 8); });
-        bursts.push_back({named("unordered", size), bytes});
+        bursts.push_back({named("random", size), bytes});
     }
     return bursts;
 }
@@ -57,7 +57,7 @@ static bool isAll(uint8_t value, const ByteArray& bytes)
     return std::all_of(bytes.begin(), bytes.end(), [value](uint8_t byte) { return byte == value; });
 }
 
-/// Whether `later` has the bits of `earlier`, most significant first, one place on; its first bit may be anything.
+/// Whether `later` has the bits of `earlier`, most significant first, shifted by one; its first bit may be anything.
 static bool isOneBitLater(const ByteArray& earlier, const ByteArray& later)
 {
     uint8_t carried = later[0] & 0x80;
@@ -70,7 +70,7 @@ static bool isOneBitLater(const ByteArray& earlier, const ByteArray& later)
     return true;
 }
 
-/// Whether the longer one, without the bytes that it has more at `position`, is the shorter one.
+/// Whether the longer one equals the shorter one once its extra bytes at `position` are removed.
 static bool hasGap(const ByteArray& longer, const ByteArray& shorter, size_t position)
 {
     const auto at = static_cast<ByteArray::difference_type>(position);

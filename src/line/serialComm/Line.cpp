@@ -21,10 +21,10 @@
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-/// Data bits, from 5 on, to their flag in c_cflag.
+/// The flag in c_cflag for 5, 6, 7 and 8 data bits.
 static constexpr std::array<tcflag_t, 4> dataBitsFlags = {CS5, CS6, CS7, CS8};
 
-/// Parity to its flags in c_cflag, in the order of Line::Parity.
+/// The flags in c_cflag for each Line::Parity, in that order.
 static constexpr std::array<tcflag_t, 5> parityFlags = {0, PARENB, PARENB | PARODD, PARENB | PARODD | CMSPAR,
                                                         PARENB | CMSPAR};
 static constexpr tcflag_t parityMask = PARENB | PARODD | CMSPAR;
@@ -73,7 +73,7 @@ static Line::Settings decode(const termios2& attributes)
     return settings;
 }
 
-/// Puts the settings into attributes that are in force.
+/// Applies the settings to the attributes in force.
 static void encode(const Line::Settings& settings, termios2& attributes)
 {
     if (settings.baudRate != attributes.c_ospeed) {
@@ -90,7 +90,7 @@ static void encode(const Line::Settings& settings, termios2& attributes)
     setFlag(attributes.c_iflag, IXON | IXOFF, settings.xonXoff);
     setFlag(attributes.c_cflag, CLOCAL, settings.ignoreCarrier);
     setFlag(attributes.c_cflag, HUPCL, settings.hangUpOnClose);
-    if (settings.xonXoff) {  // a Uart clears them, and 0 means that there is no such character
+    if (settings.xonXoff) {  // a Uart sets them to 0, which disables the character
         attributes.c_cc[VSTART] = xon;
         attributes.c_cc[VSTOP] = xoff;
     }
@@ -105,7 +105,7 @@ static std::string describe(const Line::Settings& settings)
            (settings.hangUpOnClose ? " hang-up" : "");
 }
 
-/// Whether a driver did what it was asked to; a rate may be rounded by 2 percent, the kernel's own bound.
+/// Whether the driver applied the settings. A rate may be rounded by 2 percent, as in the kernel.
 static bool isInForce(const Line::Settings& asked, Line::Settings inForce)
 {
     if (std::abs(int64_t{asked.baudRate} - int64_t{inForce.baudRate}) <= asked.baudRate / 50) {
@@ -155,7 +155,7 @@ bool Line::init(int descriptor)
     return isSerialPort();
 }
 
-/// Closes what is no serial port.
+/// Closes the descriptor if it is not a serial port.
 bool Line::isSerialPort()
 {
     if (settings()) {
@@ -166,7 +166,7 @@ bool Line::isSerialPort()
     return false;
 }
 
-/// Looks at the result of a system call, immediately after it.
+/// Logs a failed system call. Must follow the call immediately, because it reads errno.
 bool Line::succeeded(int result, const char* call) const
 {
     if (result < 0) {
@@ -325,7 +325,7 @@ bool Line::setRts(bool asserted)
     return setModemLine(TIOCM_RTS, "RTS", asserted);
 }
 
-/// For poll(), which would take a negative time for no limit.
+/// A timeout for poll(), which waits without limit if it is negative.
 static int pollTime(milliseconds time)
 {
     return static_cast<int>(std::clamp<milliseconds::rep>(time.count(), 0, INT_MAX));
@@ -405,7 +405,7 @@ bool Line::drain(milliseconds most)
 
 std::optional<Line::Ready> Line::waitReadable(milliseconds most, int other) const
 {
-    if (fd < 0) {  // poll() would pass over it, and wait
+    if (fd < 0) {  // poll() would ignore it and wait
         LOG(ERROR, "Line poll failed on " << path << ": not open");
         return std::nullopt;
     }

@@ -7,25 +7,25 @@
 #include <optional>
 #include <string>
 
-/// What a Uart leaves out: any baud rate and frame, flow control, RS-485, modem lines, error counters, waiting,
-/// draining.
+/// Settings and state of a serial port that Uart does not cover: any baud rate and frame format, flow control, RS-485,
+/// modem lines, error counters, waiting and draining.
 ///
-/// A Line carries no bytes. It has a descriptor of its own beside the Uart's: the settings of a serial port belong to
-/// the port, so both objects, and other programs, see the same ones. Open the Uart first: Uart::init() sets all of
-/// them, and the Uart's destructor puts back the ones it found. A Line puts back nothing: what it set stays as long as
-/// the driver keeps it.
+/// A Line transfers no data. It opens the port with a descriptor of its own. The settings belong to the port, so a Uart
+/// on the same port and other programs see the same settings. Open the Uart first: Uart::init() sets all settings, and
+/// the destructor of Uart restores those it found. A Line restores nothing: its settings stay as long as the driver
+/// keeps them.
 ///
 /// The object owns its descriptor and can be neither copied nor moved. Calls run in the caller's thread and take no
-/// lock; init() and destruction must not overlap with any other call. The log4cplus logger is "SerialComm"; there are
-/// no Enter and Leave lines.
+/// lock; init() and destruction must not overlap with any other call. The log4cplus logger is "SerialComm"; Enter and
+/// Leave are not logged.
 ///
-/// A call that fails returns false, or nothing, after one ERROR line. Where a request of the kernel fails, the line is
-/// "Line <request> failed on <path>: <reason>, errno: <errno>", for example:
+/// A call that fails logs one ERROR line and returns false or an empty optional. If a request to the kernel fails, the
+/// line is "Line <request> failed on <path>: <reason>, errno: <errno>", for example:
 ///
 ///     Line TIOCGICOUNT failed on /dev/pts/3: not supported by this driver, errno: 25
 ///
-/// errno 9 (EBADF): not open. errno 25 (ENOTTY): this driver, or any pseudo-terminal, lacks the request. errno 22
-/// (EINVAL): the same, or a value is refused. errno 5 (EIO): the port is gone.
+/// errno 9 (EBADF): not open. errno 25 (ENOTTY): the driver does not support the request; pseudo-terminals support few.
+/// errno 22 (EINVAL): the same, or the driver refuses a value. errno 5 (EIO): the port is gone.
 ///
 /// @code
 /// Uart port{"/dev/ttyUSB0", 9600, 1, "none", true};
@@ -48,37 +48,37 @@ public:
     /// Mark: the parity bit is always 1; Space: always 0.
     enum class Parity { None, Even, Odd, Mark, Space };
 
-    /// The frame and the flow control.
+    /// Frame format and flow control.
     ///
-    ///     start, D0 ... D4 to D7, parity bit unless None, 1 or 2 stop bits
+    ///     start bit, 5 to 8 data bits (D0 first), parity bit unless None, 1 or 2 stop bits
     struct Settings {
-        uint32_t baudRate = 9600;      ///< Bits per second, any rate but 0.
+        uint32_t baudRate = 9600;      ///< Bits per second; not 0.
         int dataBits = 8;              ///< 5 to 8.
-        Parity parity = Parity::None;  ///< Added to the data bits.
-        int stopBits = 1;              ///< 1 or 2; with 5 data bits, 2 may mean 1.5.
+        Parity parity = Parity::None;  ///< Sent after the data bits.
+        int stopBits = 1;              ///< 1 or 2; with 5 data bits, 2 may be sent as 1.5.
         bool rtsCts = false;           ///< Hardware flow control in both directions.
-        bool xonXoff = false;          ///< Flow control by the bytes 0x11 and 0x13, which then are no data.
-        bool ignoreCarrier = true;     ///< false: opening the port waits for DCD, and losing it hangs up.
-        bool hangUpOnClose = false;    ///< Drop DTR and RTS at the last close: many boards reset at the next opening.
+        bool xonXoff = false;          ///< Software flow control: 0x11 and 0x13 cannot be data.
+        bool ignoreCarrier = true;     ///< false: a blocking open waits for DCD, and its loss hangs up.
+        bool hangUpOnClose = false;    ///< Drop DTR and RTS at the last close; many boards reset at the next open.
     };
 
-    /// RS-485: the driver sends on a bus with RTS as the switch of the transceiver.
+    /// RS-485: the driver switches the transceiver of the bus with RTS.
     struct Rs485 {
-        bool enabled = true;             ///< false: RS-232 again; the other fields are then of no account.
-        bool rtsOnSend = true;           ///< Level of RTS while sending; otherwise it has the opposite one.
-        bool receiveDuringSend = false;  ///< Receive what is being sent.
-        uint32_t delayBeforeSendMs = 0;  ///< From RTS to the first start bit, in ms. Kernels allow 100.
-        uint32_t delayAfterSendMs = 0;   ///< From the last stop bit to RTS, in ms. Kernels allow 100.
+        bool enabled = true;             ///< false: RS-232; the other fields are ignored.
+        bool rtsOnSend = true;           ///< Level of RTS while sending; otherwise it is the opposite.
+        bool receiveDuringSend = false;  ///< Also receive the bytes that are being sent.
+        uint32_t delayBeforeSendMs = 0;  ///< From RTS to the first start bit, in ms; at most 100.
+        uint32_t delayAfterSendMs = 0;   ///< From the last stop bit to RTS, in ms; at most 100.
     };
 
-    /// What the driver says about the hardware.
+    /// What the driver reports about the hardware.
     struct Hardware {
         uint32_t fifoBytes = 0;   ///< Size of the transmit FIFO in bytes.
-        uint32_t baudBase = 0;    ///< Highest rate of its clock in bits per second; 0 where the driver does not say.
-        bool lowLatency = false;  ///< What was received is passed on at once. On FTDI adapters: latency timer 1 ms.
+        uint32_t baudBase = 0;    ///< Highest rate of its clock in bits per second; 0: not reported.
+        bool lowLatency = false;  ///< Received bytes are passed on at once. FTDI adapters: latency timer of 1 ms.
     };
 
-    /// Lines of the port: true is asserted.
+    /// Modem lines; true is asserted.
     struct ModemLines {
         bool dtr = false;  ///< Output: data terminal ready.
         bool rts = false;  ///< Output: request to send.
@@ -88,79 +88,76 @@ public:
         bool ri = false;   ///< Input: ring indicator.
     };
 
-    /// Counted by the driver since it was loaded; they wrap round.
+    /// Counted by the driver since it was loaded; they wrap around.
     struct Counters {
         uint32_t received = 0;       ///< Bytes.
         uint32_t sent = 0;           ///< Bytes.
-        uint32_t framing = 0;        ///< No stop bit where one had to be: mostly another baud rate.
-        uint32_t parity = 0;         ///< Parity bit wrong.
-        uint32_t overrun = 0;        ///< Bytes lost in the chip: its FIFO was not emptied in time.
+        uint32_t framing = 0;        ///< Missing stop bits: usually a wrong baud rate.
+        uint32_t parity = 0;         ///< Wrong parity bits.
+        uint32_t overrun = 0;        ///< Bytes lost in the chip: the driver did not empty its FIFO in time.
         uint32_t bufferOverrun = 0;  ///< Bytes lost in the kernel: the program did not read in time.
         uint32_t breaks = 0;         ///< Breaks received.
     };
 
-    /// Why waitReadable() returned. All false: the time is over, or a signal handler ran.
+    /// Why waitReadable() returned. All false: timeout, or a signal handler ran.
     struct Ready {
-        bool bytes = false;   ///< Uart::read() would return at once; with hungUp, maybe without bytes.
+        bool bytes = false;   ///< Uart::read() would return at once; with hungUp, possibly without bytes.
         bool other = false;   ///< The other descriptor can be read, or was closed at its other end.
-        bool hungUp = false;  ///< The port is gone; on a pseudo-terminal master: nobody has the slave open.
+        bool hungUp = false;  ///< The port is gone; on the master of a pseudo-terminal: the slave is not open.
     };
 
-    /// Keeps the path; touches no device and logs nothing.
+    /// Stores the path. Makes no system call and logs nothing.
     ///
     /// @param device A tty such as "/dev/ttyUSB0", or the slave of a pseudo-terminal.
     explicit Line(const std::string& device);
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 
-    /// Closes the descriptor, if one is open; that ends a lock(). No setting changes; logs nothing. Closing a port for
-    /// the last time waits for what has not been sent, up to half a minute.
+    /// Closes the descriptor, if one is open, and so releases a lock(). Changes no setting and logs nothing. The last
+    /// close of a port waits until the driver has sent its bytes, up to half a minute.
     ~Line();
 
-    /// @return The path, as it was given.
+    /// @return The path given to the constructor.
     const std::string& device() const { return path; }
 
-    /// Opens the port without waiting for a carrier; settings stay as they are. If nobody else has it open, the kernel
-    /// asserts DTR and RTS. A second call closes the earlier descriptor first.
+    /// Opens the port without waiting for a carrier. Settings do not change. If no other descriptor of the port is
+    /// open, the kernel asserts DTR and RTS. A second call closes the earlier descriptor first.
     ///
-    /// @return true when open; false otherwise, and closed: no such port, no permission, or no serial port.
+    /// @return true if the port is open; otherwise false, and the object is closed.
     /// @par System calls
     /// `open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)`, `ioctl(fd, TCGETS2, ...)`.
     /// @par Log lines
-    /// ERROR "Line open failed on <path>: <reason>, errno: <errno>", or that of TCGETS2: errno 25 (ENOTTY): no serial
-    /// port.
+    /// ERROR "Line open failed on <path>: <reason>, errno: <errno>"; ERROR "Line TCGETS2 failed on <path>: <reason>,
+    /// errno: <errno>": with errno 25 (ENOTTY), the path is not a serial port.
     bool init();
 
-    /// The same, for a port that is open already, such as the master of a pseudo-terminal: /dev/ptmx would open
-    /// another.
+    /// Uses a port that is already open, such as the master of a pseudo-terminal (/dev/ptmx would open another one).
     ///
-    /// @param descriptor Is duplicated and remains the caller's. The path given to the constructor only names it in the
-    /// log. A master's settings are those of its slave.
-    /// @return true when it is a serial port; false otherwise. If there is no such descriptor, an earlier one stays
-    /// open.
+    /// @param descriptor It is duplicated and remains the caller's. The path given to the constructor is only used in
+    /// the log. The settings of a master are those of its slave.
+    /// @return true if it is a serial port; otherwise false. If the descriptor is not open, an earlier one stays open.
     /// @par System calls
     /// `fcntl(descriptor, F_DUPFD_CLOEXEC, 0)`, `ioctl(fd, TCGETS2, ...)`.
     /// @par Log lines
     /// ERROR "Line dup failed on <path>: <reason>, errno: <errno>", or that of TCGETS2.
     bool init(int descriptor);
 
-    /// The settings in force, whoever made them.
+    /// Reads the settings in force.
     ///
-    /// @return The settings; nothing after a failure. xonXoff is true if either direction has it.
+    /// @return The settings; empty after a failure. xonXoff is true if either direction has it.
     /// @par System calls
     /// `ioctl(fd, TCGETS2, ...)`.
     std::optional<Settings> settings() const;
 
-    /// Changes the settings and reads them back. Bytes still being sent go out with the new ones: drain() first.
+    /// Changes the settings and reads them back. Bytes that are still being sent go out with the new settings: call
+    /// drain() first.
     ///
-    /// A rate that is already in force is left alone: if Linux has a constant for it, the port keeps the constant. A
-    /// driver may round a rate; up to 2 percent off is accepted, as in the kernel, and settings() returns the exact
-    /// rate.
+    /// A rate that is already in force is not set again, so the port keeps a Linux constant. A driver may round a rate:
+    /// a deviation of up to 2 percent is accepted, as in the kernel, and settings() returns the exact rate.
     ///
-    /// @return true when all settings are in force, as the driver reports them; one that ignores a flag and reports it
-    /// all the same (some do with mark and space parity) is not noticed. false otherwise: the log says what is in
-    /// force, which may be part of what was asked for. A baud rate of 0, or a number of data or stop bits out of range,
-    /// changes nothing.
+    /// @return true if the driver reports all settings as in force. Some drivers ignore mark and space parity but
+    /// report them; this is not noticed. Otherwise false, and the log shows the settings in force, which may be some of
+    /// those requested. A baud rate of 0, or a number of data or stop bits out of range, changes nothing.
     /// @par System calls
     /// `ioctl(fd, TCGETS2, ...)`, `ioctl(fd, TCSETS2, ...)` with `BOTHER` in c_cflag, `ioctl(fd, TCGETS2, ...)`.
     /// @par Log lines
@@ -168,7 +165,7 @@ public:
     /// asked for <asked>, in force <in force>", both as in "250000 8N1 rts/cts".
     bool setSettings(const Settings& asked);
 
-    /// @return The RS-485 settings in force; nothing after a failure.
+    /// @return The RS-485 settings in force; empty after a failure.
     /// @par System calls
     /// `ioctl(fd, TIOCGRS485, ...)`.
     /// @see Linux kernel documentation: driver-api/serial/serial-rs485
@@ -176,7 +173,7 @@ public:
 
     /// Changes the RS-485 settings and reads them back. The driver keeps them when the port closes.
     ///
-    /// @return true when all of them are in force; false otherwise, and the log line has what is.
+    /// @return true if all of them are in force; otherwise false, and the log shows those in force.
     /// @par System calls
     /// `ioctl(fd, TIOCSRS485, ...)`, `ioctl(fd, TIOCGRS485, ...)`.
     /// @par Log lines
@@ -185,15 +182,15 @@ public:
     /// @see Linux kernel documentation: driver-api/serial/serial-rs485
     bool setRs485(const Rs485& asked);
 
-    /// @return What the driver says; nothing after a failure.
+    /// @return What the driver reports; empty after a failure.
     /// @par System calls
     /// `ioctl(fd, TIOCGSERIAL, ...)`.
     std::optional<Hardware> hardware() const;
 
-    /// Switches low latency on or off and reads it back. Many drivers keep the flag and ignore it; it stays when the
+    /// Switches low latency on or off and reads it back. Many drivers keep the flag but ignore it. It stays when the
     /// port closes.
     ///
-    /// @return true when it is in force; false otherwise.
+    /// @return true if it is in force; otherwise false.
     /// @par System calls
     /// `ioctl(fd, TIOCGSERIAL, ...)`, `ioctl(fd, TIOCSSERIAL, ...)` with or without `ASYNC_LOW_LATENCY`,
     /// `ioctl(fd, TIOCGSERIAL, ...)`.
@@ -201,87 +198,90 @@ public:
     /// ERROR "Line low latency differs on <path>: in force <0 or 1>".
     bool setLowLatency(bool on);
 
-    /// @return The levels of the lines now; nothing after a failure. Pseudo-terminals have none.
+    /// @return The current levels; empty after a failure. Pseudo-terminals have no modem lines.
     /// @par System calls
     /// `ioctl(fd, TIOCMGET, ...)`.
     std::optional<ModemLines> modemLines() const;
 
     /// Sets DTR and reads it back.
     ///
-    /// @return true when the line is at that level; false otherwise.
+    /// @return true if the line has that level; otherwise false.
     /// @par System calls
     /// `ioctl(fd, TIOCMBIS or TIOCMBIC, ...)`, `ioctl(fd, TIOCMGET, ...)`.
     /// @par Log lines
     /// ERROR "Line DTR differs on <path>: in force <0 or 1>".
     bool setDtr(bool asserted);
 
-    /// Sets RTS and reads it back. With hardware flow control or RS-485 the driver changes it as it needs to.
+    /// Sets RTS and reads it back. With hardware flow control or RS-485, the driver changes it as needed.
     ///
-    /// @return true when the line is at that level; false otherwise.
+    /// @return true if the line has that level; otherwise false.
     /// @par System calls
     /// As setDtr().
     /// @par Log lines
     /// ERROR "Line RTS differs on <path>: in force <0 or 1>".
     bool setRts(bool asserted);
 
-    /// Holds the line low, longer than any byte would.
+    /// Sends a break: holds TX low for longer than a frame.
     ///
     ///     ____/ idle \______________________/ idle ...
     ///                 duration
     ///
-    /// @param duration In ms. A signal handler cuts it short.
-    /// @return true when begun and ended; false otherwise. A driver without break does nothing and returns true.
+    /// @param duration In ms. A signal handler ends it early.
+    /// @return true if the break was started and ended; otherwise false. A driver without break does nothing and
+    /// reports success.
     /// @par System calls
     /// `ioctl(fd, TIOCSBRK)`, `poll` for the duration, `ioctl(fd, TIOCCBRK)`.
     bool sendBreak(std::chrono::milliseconds duration);
 
-    /// @return The driver's counters; nothing after a failure. Many USB adapters count only some of them.
+    /// @return The driver's counters; empty after a failure. Many USB adapters count only some of them.
     /// @par System calls
     /// `ioctl(fd, TIOCGICOUNT, ...)`.
     std::optional<Counters> counters() const;
 
-    /// @return Bytes received and not read yet; nothing after a failure.
+    /// @return Number of received bytes that have not been read; empty after a failure.
     /// @par System calls
     /// `ioctl(fd, FIONREAD, ...)`.
     std::optional<size_t> unread() const;
 
-    /// @return Bytes written that the driver has not taken yet; those in the chip's FIFO may not count. Nothing after a
-    /// failure. On a pseudo-terminal always 0.
+    /// @return Number of bytes in the driver's queue; those in the chip's FIFO may not be counted. Empty after a
+    /// failure. Always 0 on a pseudo-terminal.
     /// @par System calls
     /// `ioctl(fd, TIOCOUTQ, ...)`.
     std::optional<size_t> unsent() const;
 
-    /// Waits until all that was written is out, the last stop bit included.
+    /// Waits until all written bytes are sent, including the last stop bit.
     ///
-    /// @param most Time limit in ms. Where the driver cannot say whether its chip is empty (TIOCSERGETLSR), the kernel
-    /// waits for the last few bytes with its own limits.
-    /// @return true when all is out; false when the time is over, a signal handler ran (errno 4), or the port is gone.
+    /// @param most Timeout in ms. If the driver cannot report that its chip is empty (TIOCSERGETLSR), the kernel waits
+    /// for the last bytes with a limit of its own.
+    /// @return true if all bytes are sent; false after the timeout, if a signal handler ran (errno 4), or if the port
+    /// is gone.
     /// @par System calls
-    /// Every 2 ms `ioctl(fd, TIOCOUTQ, ...)` and, when that is 0, `ioctl(fd, TIOCSERGETLSR, ...)`, or
-    /// `ioctl(fd, TCSBRK, 1)` in its place; `poll` in between.
+    /// Every 2 ms `ioctl(fd, TIOCOUTQ, ...)`; when that is 0, `ioctl(fd, TIOCSERGETLSR, ...)` or, if not supported,
+    /// `ioctl(fd, TCSBRK, 1)`; `poll` in between.
     /// @par Log lines
-    /// ERROR "Line drain failed on <path>: <count> bytes are left after <most> ms" (0: only in the chip's FIFO); ERROR
-    /// "Line drain failed on <path>: <reason>, errno: <errno>".
+    /// ERROR "Line drain failed on <path>: <count> bytes are left after <most> ms" (0: only the chip's FIFO is not
+    /// empty); ERROR "Line drain failed on <path>: <reason>, errno: <errno>".
     bool drain(std::chrono::milliseconds most);
 
-    /// Waits until there are bytes to read, or until another descriptor can be read.
+    /// Waits until there are bytes to read, or until another descriptor is readable.
     ///
-    /// @param most Time limit in ms, 0 to 2147483647 (24 days); what lies beyond is taken for the nearest of these.
-    /// @param other A descriptor: standard input, a socket, the pipe that a signal handler writes to. -1 is none.
-    /// @return What is ready, nothing of it when the time was over or a signal handler ran; no value after a failure. A
-    /// port that is hung up is so at once, each time.
+    /// @param most Timeout in ms, 0 to 2147483647 (24 days); values outside are clamped.
+    /// @param other A second descriptor, such as standard input, a socket, or a pipe that a signal handler writes to;
+    /// -1 for none.
+    /// @return What is ready; all false after the timeout or if a signal handler ran; empty after a failure. On a port
+    /// that is hung up, it returns at once.
     /// @par System calls
     /// `poll`.
     /// @par Log lines
     /// ERROR "Line poll failed on <path>: <reason>, errno: <errno>"; ERROR "Line poll failed on <path>: not open".
     std::optional<Ready> waitReadable(std::chrono::milliseconds most, int other = -1) const;
 
-    /// Takes the port for this object, as long as it is open, against other programs that ask in the same way (most
-    /// terminal programs do). Programs that do not ask, and the Uart, are not kept out.
+    /// Locks the port until it is closed. The lock is advisory: it stops programs that lock the port as well, as most
+    /// terminal programs do, but neither other programs nor a Uart.
     ///
-    /// @return true when it is taken; false when somebody else has it.
+    /// @return true if the port is locked; false if another program holds the lock.
     /// @par System calls
-    /// `flock(fd, LOCK_EX | LOCK_NB)`. Not `TIOCEXCL`: that would keep a Uart that opens the same port out as well.
+    /// `flock(fd, LOCK_EX | LOCK_NB)`. Not `TIOCEXCL`, which would also stop a Uart from opening the port.
     /// @par Log lines
     /// ERROR "Line lock failed on <path>: another program has locked it, errno: 11".
     bool lock();

@@ -8,7 +8,7 @@
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-static constexpr size_t readSize = 4096;  // as much as the kernel keeps for a reader
+static constexpr size_t readSize = 4096;  // the size of the kernel's input buffer
 static constexpr size_t longestWithoutEnd = 1 << 20;
 
 LineReader::LineReader(Uart& uart, const Line& line) : port(uart), companion(line) {}
@@ -66,7 +66,7 @@ std::optional<ByteArray> LineReader::frame(const FrameLength& length, millisecon
     }
 }
 
-/// Waits for bytes until the deadline; false after a failure.
+/// Waits for bytes until the deadline. Returns false after a failure.
 bool LineReader::receive(Clock::time_point deadline)
 {
     const auto ready = companion.waitReadable(std::chrono::ceil<milliseconds>(deadline - Clock::now()));

@@ -7,14 +7,14 @@
 #include <functional>
 #include <optional>
 
-/// Puts together what Uart::read() returns in pieces: a line of text, a record of known length, a frame.
+/// Assembles a line of text, a record of known length or a frame from the pieces that Uart::read() returns.
 ///
-/// What was received beyond the end is kept for the next call, and so is the beginning of what did not come in time.
-/// One reader at a time may use a Uart, and nobody else may read from it.
+/// Bytes received beyond the end are kept for the next call, and so is the beginning of an incomplete frame after a
+/// timeout. Only one LineReader may read from a Uart, and no other code.
 ///
-/// Each call returns what was asked for; nothing, with `*error` false, when the time is over; nothing, with `*error`
-/// true and an ERROR line, after a failure: of Uart::read(), of Line::waitReadable(), or because the port is gone. The
-/// times are in ms; with 0, a call takes what is there and does not wait. Kept bytes come first, without a system call.
+/// A call returns an empty optional after the timeout, with `*error` false, and after a failure, with `*error` true and
+/// an ERROR line: Uart::read() or Line::waitReadable() failed, or the port is gone. Timeouts are in ms; with 0, a call
+/// does not wait. Kept bytes are returned first, without a system call.
 ///
 /// @code
 /// Uart port{"/dev/ttyUSB0", 115200, 1, "none", true};
@@ -27,69 +27,70 @@
 class LineReader
 {
 public:
-    /// How many bytes the frame at the beginning of `received` has, its own delimiters included; 0 if that cannot be
-    /// told yet. It may be longer than `received`, which is never empty.
+    /// Returns the length of the frame at the start of `received`, including delimiters; 0 if it is not known yet. The
+    /// frame may be longer than `received`, which is never empty.
     using FrameLength = std::function<size_t(const ByteArray& received)>;
 
-    /// Keeps references to both; touches no device.
+    /// Keeps references to both. Makes no system call.
     ///
-    /// @param uart Opened by init(), to wait or not.
-    /// @param line Opened on the same port; only waits.
+    /// @param uart Open, blocking or not.
+    /// @param line Open on the same port.
     LineReader(Uart& uart, const Line& line);
 
-    /// Receives up to a delimiter, which is taken off.
+    /// Receives up to a delimiter and removes it.
     ///
-    /// @param delimiter The last byte, '\n' for one; no part of the result. An empty result is a delimiter on its own.
-    /// @param most Time limit in ms.
-    /// @param error Where to say whether the call failed; may be null.
+    /// @param delimiter The last byte, such as '\n'; not part of the result. The result is empty if nothing precedes
+    /// it.
+    /// @param most Timeout in ms.
+    /// @param error Set to whether the call failed; may be null.
     /// @par System calls
-    /// `poll`, and `read` when there are bytes, until the delimiter came.
+    /// `poll`, and `read` when there are bytes, until the delimiter has arrived.
     /// @par Log lines
     /// As frame().
     std::optional<ByteArray> until(uint8_t delimiter, std::chrono::milliseconds most, bool* error = nullptr);
 
-    /// Receives that many bytes.
+    /// Receives a number of bytes.
     ///
     /// @param length Number of bytes; 0 returns at once.
-    /// @param most Time limit in ms.
-    /// @param error Where to say whether the call failed; may be null.
+    /// @param most Timeout in ms.
+    /// @param error Set to whether the call failed; may be null.
     /// @par System calls
-    /// `poll`, and `read` when there are bytes, until there are enough.
+    /// `poll`, and `read` when there are bytes, until all have arrived.
     /// @par Log lines
     /// As frame().
     std::optional<ByteArray> exactly(size_t length, std::chrono::milliseconds most, bool* error = nullptr);
 
-    /// Receives a frame, whose end a function of the caller's finds.
+    /// Receives a frame. A function of the caller determines its length.
     ///
     /// @code
-    /// size_t lengthField(const ByteArray& received)  // the first byte says how many follow
+    /// size_t lengthField(const ByteArray& received)  // the first byte is the number of bytes that follow
     /// {
     ///     return 1U + received[0];
     /// }
-    /// size_t slip(const ByteArray& received)  // c0 ends a frame; with COBS it would be 00
+    /// size_t slip(const ByteArray& received)  // c0 ends a frame; for COBS, 00
     /// {
     ///     const auto end = std::find(received.begin(), received.end(), 0xc0);
     ///     return end == received.end() ? 0 : static_cast<size_t>(end - received.begin()) + 1;
     /// }
     /// @endcode
     ///
-    /// @param length Is asked again each time that bytes came.
-    /// @param most Time limit in ms.
-    /// @param error Where to say whether the call failed; may be null.
-    /// @return The frame as it came, delimiters and escapes included.
+    /// @param length Called whenever bytes have arrived.
+    /// @param most Timeout in ms.
+    /// @param error Set to whether the call failed; may be null.
+    /// @return The frame as received, including delimiters and escapes.
     /// @par System calls
     /// `poll`, and `read` when there are bytes, until the frame is complete.
     /// @par Log lines
     /// ERROR "Line reader on <path>: the port is gone"; ERROR "Line reader on <path>: no end of a frame in <count>
-    /// bytes, dropped", after a MiB of which the function cannot tell the length; those of Uart::read() and
+    /// bytes, dropped", when the function does not know the length after 1 MiB; those of Uart::read() and
     /// Line::waitReadable().
     std::optional<ByteArray> frame(const FrameLength& length, std::chrono::milliseconds most, bool* error = nullptr);
 
-    /// Hands over what was received and not returned, so that the next call begins anew: before a question, the answer
-    /// to an earlier one that came too late; after a time-out, what there is of the answer.
+    /// Returns the bytes that were received but not returned, and forgets them: before a request, a late answer to the
+    /// previous one; after a timeout, an incomplete answer.
     ///
     /// @par System calls
-    /// None: what waits in the kernel is not included.
+    /// None: bytes that wait in the kernel are not included.
     ByteArray takeRest();
 
 private:
