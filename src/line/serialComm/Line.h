@@ -120,6 +120,10 @@ public:
     /// @return The path given to the constructor.
     const std::string& device() const { return path; }
 
+    /// @return The descriptor, for poll() and event loops; -1 if it is not open. It remains the object's: do not close
+    /// it.
+    int descriptor() const { return fd; }
+
     /// Opens the port without waiting for a carrier. Settings do not change. If no other descriptor of the port is
     /// open, the kernel asserts DTR and RTS. A second call closes the earlier descriptor first.
     ///

@@ -9,7 +9,6 @@
 #include <nlohmann/json.hpp>
 
 #include <poll.h>
-#include <termios.h>
 
 #include <algorithm>
 
@@ -40,17 +39,17 @@ bool isHungUp(int fd)
     return poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-std::unique_ptr<Port> openPort(const Line& line)
+std::unique_ptr<Port> openPort(const PortSettings& settings)
 {
-    if (minorNumber(line.path, 5) == 2)  // the multiplexer
-        return std::make_unique<PseudoTerminal>(line);
-    return std::make_unique<SerialPort>(line);
+    if (minorNumber(settings.path, 5) == 2)  // the multiplexer
+        return std::make_unique<PseudoTerminal>(settings);
+    return std::make_unique<SerialPort>(settings);
 }
 
-std::unique_ptr<Port> openPort(const Line& line, const std::string& traffic, Output& output)
+std::unique_ptr<Port> openPort(const PortSettings& settings, const std::string& traffic, Output& output)
 {
     output.traffic(traffic);
-    auto port = openPort(line);
+    auto port = openPort(settings);
     if (!port->slave().empty())
         output.result({{"slave", port->slave()}}, printable(port->slave()));
     return port;
@@ -109,7 +108,8 @@ void Port::countStall(milliseconds waited, const Limits& limits)
 {
     stalled = lacksPeer() ? milliseconds{0} : stalled + waited;
     if (stalled > longestStall && !limits.sendingMayStall)
-        throw Failure{TransferFailed, withReport(line.path + ": nothing could be sent for 5 s at " + line.settings())};
+        throw Failure{TransferFailed,
+                      withReport(settings.path + ": nothing could be sent for 5 s at " + settings.text())};
 }
 
 void Port::push()
@@ -130,7 +130,7 @@ void Port::push()
 void Port::throwIfInterrupted() const
 {
     if (signalled() && unsent > 0)
-        printError(withReport(line.path + ": interrupted"));
+        printError(withReport(settings.path + ": interrupted"));
     throwIfSignalled();
 }
 
@@ -191,7 +191,7 @@ void Port::flush()
 {
     while (unsent > 0 && wait({milliseconds{0}}) == Ready::Bytes)
         take(burstSize);
-    tcdrain(fd);  // what is left is in the chip's own buffer
+    drain();
     throwIfSignalled();
 }
 
@@ -215,7 +215,7 @@ std::string Port::withReport(const std::string& message) const
 
 PortGone Port::gone() const
 {
-    return {{TransferFailed, withReport(line.path + " is gone: unplugged, or closed at the other side")}};
+    return {{TransferFailed, withReport(settings.path + " is gone: unplugged, or closed at the other side")}};
 }
 
 }  // namespace uart

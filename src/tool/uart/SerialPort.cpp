@@ -2,14 +2,10 @@
 
 #include "base/LibraryLog.h"
 #include "base/Signals.h"
-#include "device/Node.h"
+#include "uart/OpenLine.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
-#include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -23,34 +19,23 @@ namespace
 /// twice that: so much goes in whole, and the number of bytes sent is known.
 constexpr size_t pieceSize = 256;
 
+/// For the last bytes, which are in the driver's queue or in the chip.
+constexpr milliseconds longestDrain{5000};
+
 }  // namespace
 
-SerialPort::Descriptor::Descriptor(const std::string& path)
-    : number(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
+SerialPort::SerialPort(const PortSettings& wanted)
+    : Port(wanted), line(settings.path),
+      uart(settings.path, settings.baudRate, settings.stopBits, settings.parity, false)  // nor waits for a carrier
 {
-    if (number < 0)
-        throw openFailure(path, errno, serialPorts);
-}
-
-SerialPort::Descriptor::~Descriptor()
-{
-    close(number);
-}
-
-SerialPort::SerialPort(const Line& settings)
-    : Port(settings), descriptor(line.path),
-      uart(line.path, line.baudRate, line.stopBits, line.parity, false)  // does not wait for a modem's carrier either
-{
-    fd = descriptor.number;
-    if (isatty(fd) == 0)
-        throw Failure{CannotOpen, line.path + " is not a serial port"};
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-        throw Failure{CannotOpen, line.path + " is in use by " + otherUser(line.path)};
+    open(line);
+    fd = line.descriptor();
     const ErrorScope errors;
-    const bool open = uart.init();
+    const bool isOpen = uart.init();
     throwIfSignalled();
-    if (!open || errors.first())
-        throw Failure{CannotOpen, line.path + ": " + (errors.first() ? errors.first()->text() : "could not be opened")};
+    if (!isOpen || errors.first())
+        throw Failure{CannotOpen,
+                      settings.path + ": " + (errors.first() ? errors.first()->text() : "could not be opened")};
 }
 
 SerialPort::~SerialPort()
@@ -74,7 +59,8 @@ size_t SerialPort::put(const uint8_t* bytes, size_t size)
         return 0;
     if (isHungUp(fd))
         throw gone();
-    throw Failure{TransferFailed, withReport(line.path + ": " + (error == 0 ? "short write" : errors.first()->text()))};
+    throw Failure{TransferFailed,
+                  withReport(settings.path + ": " + (error == 0 ? "short write" : errors.first()->text()))};
 }
 
 ByteArray SerialPort::take(size_t most)
@@ -87,14 +73,22 @@ ByteArray SerialPort::take(size_t most)
         return bytes;
     throwIfSignalled();
     if (failed && error != EIO)
-        throw Failure{TransferFailed, line.path + ": " + errors.first()->text()};
+        throw Failure{TransferFailed, settings.path + ": " + errors.first()->text()};
     throw gone();  // readable, but nothing there
 }
 
 size_t SerialPort::inTransit()
 {
-    int count = 0;
-    return ioctl(fd, TIOCOUTQ, &count) == 0 ? static_cast<size_t>(count) : 0;
+    return line.unsent().value_or(0);
+}
+
+void SerialPort::drain()
+{
+    const ErrorScope errors;
+    const bool drained = line.drain(longestDrain);
+    throwIfSignalled();
+    if (!drained)
+        throw lineFailure(TransferFailed, line, "sending", errors);
 }
 
 }  // namespace uart

@@ -3,17 +3,18 @@
 
 #include "uart/Port.h"
 
+#include <serialComm/Line.h>
 #include <serialComm/Uart.h>
 
 namespace uart
 {
 
-/// The library's Uart carries the bytes, without waiting. A descriptor beside it locks the port, waits for it and looks
-/// into the queue of the driver.
+/// The library's Uart transfers the bytes, without waiting. Its Line locks the port, waits for it and reports how much
+/// is in the driver's queue.
 class SerialPort : public Port
 {
 public:
-    explicit SerialPort(const Line& settings);
+    explicit SerialPort(const PortSettings& wanted);
     ~SerialPort() override;
     SerialPort(const SerialPort&) = delete;
     SerialPort& operator=(const SerialPort&) = delete;
@@ -22,18 +23,10 @@ public:
 private:
     size_t put(const uint8_t* bytes, size_t size) override;
     size_t inTransit() override;
+    void drain() override;
     [[nodiscard]] bool pollsForRoom() const override { return true; }
 
-    /// Closed after the library has put back the settings that it found.
-    struct Descriptor {
-        explicit Descriptor(const std::string& path);
-        ~Descriptor();
-        Descriptor(const Descriptor&) = delete;
-        Descriptor& operator=(const Descriptor&) = delete;
-        const int number;
-    };
-
-    Descriptor descriptor;
+    Line line;  ///< closed after the Uart has restored the settings that it found
     Uart uart;
 };
 

@@ -16,19 +16,19 @@ namespace
 {
 
 /// "68 69  115200 8N1"
-std::string traffic(const ByteArray& sent, const Line& line)
+std::string traffic(const ByteArray& sent, const PortSettings& settings)
 {
-    return (sent.empty() ? "" : shortHex(sent) + "  ") + line.settings();
+    return (sent.empty() ? "" : shortHex(sent) + "  ") + settings.text();
 }
 
-struct Read : Line {
+struct Read : PortSettings {
     std::optional<size_t> count;
     ReceptionOptions options;
 };
 
 void describe(Grammar& grammar, OutputOptions& output, Read& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     grammar.optionalWord("N", "Bytes to read, decimal; no limit when left out", request.count,
                          [](const std::string& text) { return parseCount(text, maxBytes, "one read"); });
     describeHex(grammar, request.options.hex);
@@ -45,7 +45,7 @@ void check(Read& request)
 
 std::string traffic(const Read& request)
 {
-    return (request.count ? "[" + std::to_string(*request.count) + "]  " : "") + request.settings();
+    return (request.count ? "[" + std::to_string(*request.count) + "]  " : "") + request.text();
 }
 
 void run(const Read& request, Output& output)
@@ -55,7 +55,7 @@ void run(const Read& request, Output& output)
     if (reception.count == 0)
         throw Failure{TransferFailed,
                       request.path + ": nothing came within " + limitText(reception, request.options) + " at " +
-                          request.settings(),
+                          request.text(),
                       "another --baud; TX and RX crossed?"};
     throwIfIncomplete(reception, request.options, request.path);
     reportEnding(reception);
@@ -93,13 +93,13 @@ void check(Message& message)
         refuse("no bytes to send");
 }
 
-struct Write : Line {
+struct Write : PortSettings {
     Message message;  ///< of standard input, only the first piece
 };
 
 void describe(Grammar& grammar, OutputOptions& /*output*/, Write& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     describeMessage(grammar, request.message, "Hex pairs instead of text");
 }
 
@@ -127,7 +127,7 @@ void run(const Write& request, Output& output)
     }
 }
 
-struct Ask : Line {
+struct Ask : PortSettings {
     Message question;
     ReceptionOptions options;
     bool skipEcho = false;
@@ -135,7 +135,7 @@ struct Ask : Line {
 
 void describe(Grammar& grammar, OutputOptions& output, Ask& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     describeMessage(grammar, request.question, "Hex pairs instead of text, in and out; a burst a line");
     grammar.flag("--skip-echo", "Ignore the question where it comes back before the answer", request.skipEcho);
     describeReception(grammar, request.options, "1");
@@ -170,26 +170,26 @@ void run(const Ask& request, Output& output)
     if (reception.count == 0)
         throw Failure{TransferFailed,
                       request.path + ": no answer within " + limitText(reception, request.options) + " at " +
-                          request.settings(),
+                          request.text(),
                       "another --baud or --eol; TX and RX crossed?"};
     throwIfIncomplete(reception, request.options, request.path);
     reportEnding(reception);
 }
 
-struct Echo : Line {
+struct Echo : PortSettings {
     bool hex = false;
 };
 
 void describe(Grammar& grammar, OutputOptions& output, Echo& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     describeHex(grammar, request.hex);
     grammar.output(output, true);
 }
 
 std::string traffic(const Echo& request)
 {
-    return request.settings();
+    return request.text();
 }
 
 void run(const Echo& request, Output& output)

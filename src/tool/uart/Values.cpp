@@ -63,21 +63,22 @@ uint8_t escapedByte(const std::string& text, size_t& at)
 
 }  // namespace
 
-std::string Line::settings() const
+std::string PortSettings::text() const
 {
     const char* const letter = parity == "none" ? "N" : parity == "even" ? "E" : "O";
     return std::to_string(baudRate) + " 8" + letter + std::to_string(stopBits);
 }
 
-void describeLine(Grammar& grammar, Line& line)
+void describePort(Grammar& grammar, PortSettings& settings)
 {
     grammar
         .word("PORT", "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards input that waits there",
-              line.path, parsePort)
+              settings.path, parsePort)
         .complete(Candidates::SerialPorts);
-    grammar.option("-b,--baud", "N", "Baud rate", line.baudRate, parseBaudRate, "115200").suggest(textsOf(baudRates));
-    grammar.option("--parity", "P", "Parity", line.parity, parseWord, "none").choose({"none", "even", "odd"});
-    grammar.option("--stop-bits", "N", "Stop bits", line.stopBits, parseStopBits, "1").choose({"1", "2"});
+    grammar.option("-b,--baud", "N", "Baud rate", settings.baudRate, parseBaudRate, "115200")
+        .suggest(textsOf(baudRates));
+    grammar.option("--parity", "P", "Parity", settings.parity, parseWord, "none").choose({"none", "even", "odd"});
+    grammar.option("--stop-bits", "N", "Stop bits", settings.stopBits, parseStopBits, "1").choose({"1", "2"});
 }
 
 std::string byteCount(size_t count)

@@ -13,17 +13,17 @@ namespace uart
 {
 
 /// The port and its line settings, which every verb takes.
-struct Line {
+struct PortSettings {
     std::string path;
     int baudRate = 0;
     std::string parity;
     int stopBits = 0;
 
     /// "115200 8N1"
-    [[nodiscard]] std::string settings() const;
+    [[nodiscard]] std::string text() const;
 };
 
-void describeLine(Grammar& grammar, Line& line);
+void describePort(Grammar& grammar, PortSettings& settings);
 
 /// "1 byte", "2 bytes"
 std::string byteCount(size_t count);
