@@ -87,11 +87,12 @@ static void encode(const Line::Settings& settings, termios2& attributes)
     attributes.c_cflag |= parityFlags.at(static_cast<size_t>(settings.parity));
     setFlag(attributes.c_cflag, CSTOPB, settings.stopBits == 2);
     setFlag(attributes.c_cflag, CRTSCTS, settings.rtsCts);
-    setFlag(attributes.c_iflag, IXON | IXOFF, settings.xonXoff);
     setFlag(attributes.c_cflag, CLOCAL, settings.ignoreCarrier);
     setFlag(attributes.c_cflag, HUPCL, settings.hangUpOnClose);
-    if (settings.xonXoff) {  // a Uart sets them to 0, which disables the character
-        attributes.c_cc[VSTART] = xon;
+    const bool hasXonXoff = (attributes.c_iflag & (IXON | IXOFF)) != 0;
+    if (settings.xonXoff != hasXonXoff) {
+        setFlag(attributes.c_iflag, IXON | IXOFF, settings.xonXoff);
+        attributes.c_cc[VSTART] = xon;  // a Uart sets them to 0, which disables the character
         attributes.c_cc[VSTOP] = xoff;
     }
 }

@@ -146,7 +146,7 @@ public:
     /// ERROR "Line dup failed on <path>: <reason>, errno: <errno>", or that of TCGETS2.
     bool init(int descriptor);
 
-    /// Reads the settings in force.
+    /// Reads the settings in force. To set them again changes nothing.
     ///
     /// @return The settings; empty after a failure. xonXoff is true if either direction has it.
     /// @par System calls

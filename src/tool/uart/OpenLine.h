@@ -1,4 +1,4 @@
-// The library's Line, with failures that name cause and remedy.
+// The library's Line as the verbs use it: failures name cause and remedy.
 #pragma once
 
 #include "base/Failure.h"
@@ -6,13 +6,31 @@
 
 #include <serialComm/Line.h>
 
+#include <optional>
+#include <string>
+
 namespace uart
 {
 
-/// Opens and locks a serial port.
+/// Opens a serial port.
 void open(Line& line);
+
+/// The same; fails if another program has locked it.
+void openLocked(Line& line);
 
 /// A call that the Line could not do: "<path>: RS-485: not supported by this driver".
 Failure lineFailure(Status status, const Line& line, const std::string& what, const ErrorScope& errors);
+
+/// Sets what is given, and sends a break.
+void setModemLines(Line& line, std::optional<bool> dtr, std::optional<bool> rts, bool sendBreak);
+
+/// Keeps DTR and RTS asserted when the port is closed; false after a failure.
+bool keepLinesAtClose(Line& line);
+
+/// Empty if the driver does not count; that is not logged.
+std::optional<Line::Counters> countersOf(const Line& line);
+
+/// "6 framing errors: another --baud; 1 parity error: another --parity"; empty if no error counter has risen.
+std::string risenCounters(const Line::Counters& before, const Line::Counters& now);
 
 }  // namespace uart

@@ -34,12 +34,12 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, Pipe& request)
 
 std::string traffic(const Pipe& request)
 {
-    return request.text();
+    return request.traffic();
 }
 
 void run(const Pipe& request, Output& output)
 {
-    output.traffic(request.text());
+    output.traffic(request.traffic());
     const auto port = openPort(request);
     if (!port->slave().empty())
         printError("the other side is " + port->slave());

@@ -42,6 +42,8 @@ bool hasByte(int fd, short event)
 
 PseudoTerminal::PseudoTerminal(const PortSettings& wanted) : Port(wanted)
 {
+    if (settings.noReset || settings.dtr || settings.rts || settings.sendBreak)
+        throw Failure{WrongCommandLine, "pty: a pseudo-terminal has no DTR, RTS or break"};
     const int packets = 1;
     std::array<char, 64> name{};
     fd = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);

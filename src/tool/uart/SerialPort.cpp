@@ -19,29 +19,70 @@ namespace
 /// twice that: so much goes in whole, and the number of bytes sent is known.
 constexpr size_t pieceSize = 256;
 
+/// Opened at this rate, which the Line then replaces by one that the Uart does not know.
+constexpr uint32_t rateBeforeOther = 115200;
+
 /// For the last bytes, which are in the driver's queue or in the chip.
 constexpr milliseconds longestDrain{5000};
 
 }  // namespace
 
-SerialPort::SerialPort(const PortSettings& wanted)
-    : Port(wanted), line(settings.path),
-      uart(settings.path, settings.baudRate, settings.stopBits, settings.parity, false)  // nor waits for a carrier
+SerialPort::SerialPort(const PortSettings& wanted) : Port(wanted), line(settings.path)
 {
-    open(line);
+    openLocked(line);
     fd = line.descriptor();
     const ErrorScope errors;
-    const bool isOpen = uart.init();
+    if (settings.noReset && !keepLinesAtClose(line))
+        throw lineFailure(CannotOpen, line, "--no-reset", errors);
+    found = line.settings().value_or(Line::Settings{});
+    const uint32_t rate = isRateOfUart(settings.baudRate) ? settings.baudRate : rateBeforeOther;
+    uart.emplace(settings.path, static_cast<int>(rate), settings.stopBits, settings.parity,
+                 false);  // nor waits for a carrier
+    const bool isOpen = uart->init();
     throwIfSignalled();
     if (!isOpen || errors.first())
         throw Failure{CannotOpen,
                       settings.path + ": " + (errors.first() ? errors.first()->text() : "could not be opened")};
+    setBaudRate(settings.baudRate);
+    setModemLines(line, settings.dtr, settings.rts, settings.sendBreak);
+    countedBefore = countersOf(line);
 }
 
 SerialPort::~SerialPort()
 {
     if (SerialPort::inTransit() > 0)  // closing would wait for them, up to half a minute
         tcflush(fd, TCOFLUSH);
+    reportErrors();
+    uart.reset();  // restores the settings, except a rate that it does not know
+    const ErrorScope errors{ErrorScope::Hidden};
+    if (!isRateOfUart(found.baudRate))
+        line.setSettings(found);
+}
+
+void SerialPort::setBaudRate(uint32_t rate)
+{
+    const ErrorScope errors;
+    std::optional<Line::Settings> inForce = line.settings();
+    if (inForce && inForce->baudRate == rate)
+        return;
+    if (inForce)
+        inForce->baudRate = rate;
+    if (!inForce || !line.setSettings(*inForce))
+        throw lineFailure(CannotOpen, line, "baud rate", errors);
+    tcflush(fd, TCIFLUSH);  // received at another rate
+}
+
+std::optional<Line::Counters> SerialPort::counters() const
+{
+    return countersOf(line);
+}
+
+void SerialPort::reportErrors() const
+{
+    const std::optional<Line::Counters> now = countersOf(line);
+    const std::string text = countedBefore && now ? risenCounters(*countedBefore, *now) : "";
+    if (!text.empty())
+        printError(settings.path + ": " + text);
 }
 
 size_t SerialPort::put(const uint8_t* bytes, size_t size)
@@ -52,7 +93,7 @@ size_t SerialPort::put(const uint8_t* bytes, size_t size)
     const ByteArray piece(bytes, bytes + std::min(size, pieceSize));
     const ErrorScope errors;
     errno = 0;  // a short write leaves it alone
-    if (uart.write(piece))
+    if (uart->write(piece))
         return piece.size();
     const int error = errors.first() ? errors.first()->error : 0;
     if (error == EAGAIN)
@@ -67,7 +108,7 @@ ByteArray SerialPort::take(size_t most)
 {
     const ErrorScope errors;
     bool failed = false;
-    ByteArray bytes = uart.read(most, &failed);
+    ByteArray bytes = uart->read(most, &failed);
     const int error = errors.first() ? errors.first()->error : 0;
     if (!bytes.empty() || (failed && error == EAGAIN))  // another program may have taken them
         return bytes;

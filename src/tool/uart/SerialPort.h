@@ -6,11 +6,14 @@
 #include <serialComm/Line.h>
 #include <serialComm/Uart.h>
 
+#include <optional>
+
 namespace uart
 {
 
-/// The library's Uart transfers the bytes, without waiting. Its Line locks the port, waits for it and reports how much
-/// is in the driver's queue.
+/// The library's Uart transfers the bytes, without waiting. Its Line locks the port, waits for it, sets what the Uart
+/// does not, and reports how much is in the driver's queue. The destructor restores the settings and reports on
+/// standard error which error counters have risen.
 class SerialPort : public Port
 {
 public:
@@ -20,14 +23,24 @@ public:
     SerialPort& operator=(const SerialPort&) = delete;
     ByteArray take(size_t most) override;
 
+    /// Changes the rate and discards what was received at another one.
+    void setBaudRate(uint32_t rate);
+
+    /// Empty if the driver does not count.
+    [[nodiscard]] std::optional<Line::Counters> counters() const;
+
 private:
     size_t put(const uint8_t* bytes, size_t size) override;
     size_t inTransit() override;
     void drain() override;
     [[nodiscard]] bool pollsForRoom() const override { return true; }
 
-    Line line;  ///< closed after the Uart has restored the settings that it found
-    Uart uart;
+    void reportErrors() const;
+
+    Line line;
+    std::optional<Uart> uart;
+    Line::Settings found;                         ///< before the Uart was opened
+    std::optional<Line::Counters> countedBefore;  ///< empty if the driver does not count
 };
 
 }  // namespace uart

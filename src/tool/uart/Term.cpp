@@ -53,7 +53,7 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, Term& request)
 
 std::string traffic(const Term& request)
 {
-    return request.text();
+    return request.traffic();
 }
 
 // The terminal's settings: signal handlers need them, too.

@@ -18,7 +18,7 @@ namespace
 /// "68 69  115200 8N1"
 std::string traffic(const ByteArray& sent, const PortSettings& settings)
 {
-    return (sent.empty() ? "" : shortHex(sent) + "  ") + settings.text();
+    return (sent.empty() ? "" : shortHex(sent) + "  ") + settings.traffic();
 }
 
 struct Read : PortSettings {
@@ -45,7 +45,7 @@ void check(Read& request)
 
 std::string traffic(const Read& request)
 {
-    return (request.count ? "[" + std::to_string(*request.count) + "]  " : "") + request.text();
+    return (request.count ? "[" + std::to_string(*request.count) + "]  " : "") + request.traffic();
 }
 
 void run(const Read& request, Output& output)
@@ -189,7 +189,7 @@ void describe(Grammar& grammar, OutputOptions& output, Echo& request)
 
 std::string traffic(const Echo& request)
 {
-    return request.text();
+    return request.traffic();
 }
 
 void run(const Echo& request, Output& output)

@@ -6,24 +6,43 @@
 
 #include <serialComm/SyncSerialBase.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace uart
 {
 
-/// The port and its line settings, which every verb takes.
+/// The port and its line settings, for the verbs that transfer bytes.
 struct PortSettings {
     std::string path;
-    int baudRate = 0;
+    uint32_t baudRate = 0;
     std::string parity;
     int stopBits = 0;
+    bool noReset = false;
+    std::optional<bool> dtr;
+    std::optional<bool> rts;
+    bool sendBreak = false;
 
     /// "115200 8N1"
     [[nodiscard]] std::string text() const;
+
+    /// The same, and what is done to the lines before the first byte: "115200 8N1, DTR off, break".
+    [[nodiscard]] std::string traffic() const;
 };
 
+void describePath(Grammar& grammar, std::string& path, const std::string& help);
 void describePort(Grammar& grammar, PortSettings& settings);
+
+/// All of describePort() but --baud.
+void describePortWithoutBaud(Grammar& grammar, PortSettings& settings);
+
+/// --dtr, --rts and --break.
+void describeModemLines(Grammar& grammar, std::optional<bool>& dtr, std::optional<bool>& rts, bool& sendBreak);
+
+/// An option that is on or off.
+Argument& describeSwitch(Grammar& grammar, const std::string& name, const std::string& help,
+                         std::optional<bool>& field);
 
 /// "1 byte", "2 bytes"
 std::string byteCount(size_t count);
@@ -34,8 +53,11 @@ std::string secondsText(milliseconds time);
 /// "ttyUSB0", a path, or "pty" for a new pseudo-terminal, to a path.
 std::string parsePort(const std::string& text);
 
-/// One of the rates that the library knows.
-int parseBaudRate(const std::string& text);
+/// Any rate that fits into the kernel's 32 bits.
+uint32_t parseBaudRate(const std::string& text);
+
+/// Whether Uart sets this rate; a Line sets all others.
+bool isRateOfUart(uint32_t rate);
 
 /// Words joined by blanks, with the escapes \r \n \t \\ \xNN.
 ByteArray parseText(const std::vector<std::string>& words);
