@@ -1,9 +1,12 @@
-// Words to values, and bytes and text from outside to what is shown.
+// Parsing of words into values, and rendering of bytes and text from outside.
 
 #include "base/Bytes.h"
 #include "base/Failure.h"
+#include "base/Output.h"
 #include "base/Values.h"
 #include "i2c/Values.h"
+
+#include "Terminals.h"
 
 #include <gtest/gtest.h>
 
@@ -46,7 +49,7 @@ TEST(Values, DevicesAreNumbersNamesOrPaths)
                     {"/dev/i2c-4", "/dev/i2c-4"},
                     {"./bus", "./bus"},
                     {"2.0", "/dev/2.0"},
-                    {"", "the device is an empty word"}},
+                    {"", "the device name is empty"}},
                    i2c::parseBus);
 }
 
@@ -112,7 +115,7 @@ TEST(Values, CountsAreDecimalAndBounded)
     expectOutcomes({{"1", "1"},
                     {"65535", "65535"},
                     {"007", "7"},
-                    {"0", "count 0: at least 1"},
+                    {"0", "count 0: must be at least 1"},
                     {"65536", "65536 bytes: a unit holds at most 65535"},
                     {"99999999999999999999999", "99999999999999999999999 bytes: a unit holds at most 65535"},
                     {"0x10", "count \"0x10\": counts are decimal; write 16"},
@@ -133,7 +136,7 @@ TEST(Values, CountsAreDecimalAndBounded)
 
 TEST(Values, SecondsHaveUpToThreeDecimals)
 {
-    const std::string rule = ": seconds, from 0.001 to 86400";
+    const std::string rule = ": must be 0.001 to 86400 seconds";
     expectOutcomes({{"1", "1000"},
                     {"0.5", "500"},
                     {"2.50", "2500"},
@@ -151,8 +154,8 @@ TEST(Values, SecondsHaveUpToThreeDecimals)
                    [](const std::string& text) { return std::to_string(parseSeconds("--deadline", text).count()); });
 }
 
-/// What comes from outside moves no cursor and ends no line.
-TEST(Bytes, TextForAPersonIsEscaped)
+/// Text from outside cannot move the cursor or end a line.
+TEST(Bytes, TextForTerminalsIsEscaped)
 {
     expectOutcomes({{"FT232R USB UART", "FT232R USB UART"},
                     {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},
@@ -177,6 +180,39 @@ TEST(Bytes, ADumpHasOffsetsHexAndText)
               "00000100: 41 ff                                              A.\n",
               hexDump(bytes, 0xf0, 8));
     EXPECT_EQ("", hexDump({}, 0, 8));
+}
+
+/// What is written to standard error while the function runs, with a terminal there.
+std::string onTerminal(const std::function<void()>& function)
+{
+    const Device terminal;
+    const int before = dup(STDERR_FILENO);
+    const int slave = open(terminal.name.c_str(), O_RDWR | O_NOCTTY);
+    dup2(slave, STDERR_FILENO);
+    close(slave);
+    function();
+    dup2(before, STDERR_FILENO);
+    close(before);
+    std::string text(100, '\0');
+    text.resize(static_cast<size_t>(std::max(ssize_t{0}, read(terminal.master, text.data(), text.size()))));
+    return text;
+}
+
+TEST(Output, ProgressIsShownOnATerminalAfterASecond)
+{
+    for (const int verbosity : {0, 1}) {
+        OutputOptions options;
+        options.verbosity = verbosity;
+        const std::string shown = onTerminal([&] {
+            Output output{options};
+            output.progress("too early");
+            poll(nullptr, 0, 1001);
+            output.progress("1 of 2");
+            output.result({}, "result");
+            output.progress({});
+        });
+        EXPECT_EQ(verbosity == 0 ? "\r\x1b[K1 of 2\r\x1b[K" : "", shown);
+    }
 }
 
 }  // namespace

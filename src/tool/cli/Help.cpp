@@ -10,7 +10,7 @@
 namespace
 {
 
-constexpr size_t callWidth = 49;
+constexpr size_t synopsisWidth = 49;
 constexpr size_t nameWidth = 24;
 
 std::string padded(std::string text, size_t width)
@@ -56,21 +56,21 @@ std::string helpForVerb(const Verb& verb)
     std::string options;
     for (const auto& argument : command->grammar.arguments())
         (argument->isOption() ? options : words) += lineOf(*argument);
-    return std::string{verb.summary} + "\nUsage: " + callOf(verb, *command) + " [options]\n" +
+    return std::string{verb.summary} + "\nUsage: " + synopsisOf(verb, *command) + " [options]\n" +
            (words.empty() ? "" : "\nArguments:\n" + words) + "\nOptions:\n" + options + "\nExample: serialcomm " +
            verb.example + '\n';
 }
 
 }  // namespace
 
-std::string callOf(const Verb& verb, const Command& command)
+std::string synopsisOf(const Verb& verb, const Command& command)
 {
-    std::string call = "serialcomm " + verb.words();
+    std::string synopsis = "serialcomm " + verb.words();
     for (const auto& argument : command.grammar.arguments()) {
         if (!argument->isOption())
-            call += ' ' + synopsisOf(*argument);
+            synopsis += ' ' + synopsisOf(*argument);
     }
-    return call;
+    return synopsis;
 }
 
 std::string verbList(const std::vector<std::string>& names)
@@ -78,11 +78,11 @@ std::string verbList(const std::vector<std::string>& names)
     std::string lines;
     for (const Verb& verb : allVerbs()) {
         if (names.empty() || names.front() == verb.bus)
-            lines += padded(callOf(verb, *verb.make()), callWidth) + verb.summary + '\n';
+            lines += padded(synopsisOf(verb, *verb.make()), synopsisWidth) + verb.summary + '\n';
     }
     if (names.empty())
-        lines += padded("serialcomm help [VERB]", callWidth) + "this text, or that of a verb\n" +
-                 padded("serialcomm version", callWidth) + "the version\n";
+        lines += padded("serialcomm help [VERB]", synopsisWidth) + "this text, or the help of a verb\n" +
+                 padded("serialcomm version", synopsisWidth) + "the version\n";
     return lines;
 }
 

@@ -3,8 +3,6 @@
 #include "base/Bytes.h"
 #include "i2c/Values.h"
 
-#include <nlohmann/json.hpp>
-
 namespace i2c
 {
 
@@ -31,10 +29,10 @@ void check(const ChipRequest& request)
     const bool reserved = request.address < 0x08 || request.address > 0x77;
     if (reserved && !request.anyAddress)
         refuse("address " + hexNumber(static_cast<unsigned int>(request.address)) +
-               " is reserved by the I2C standard; --any-address uses it all the same");
+               " is reserved by the I2C standard; --any-address uses it anyway");
 }
 
-nlohmann::ordered_json fieldsOf(const ChipRequest& request)
+Fields fieldsOf(const ChipRequest& request)
 {
     return {{"device", request.bus}, {"address", hexNumber(static_cast<unsigned int>(request.address))}};
 }

@@ -6,8 +6,6 @@
 #include "uart/PseudoTerminal.h"
 #include "uart/SerialPort.h"
 
-#include <nlohmann/json.hpp>
-
 #include <poll.h>
 
 #include <algorithm>
@@ -22,9 +20,9 @@ constexpr milliseconds pauseAfterBurst{50};
 constexpr milliseconds longestBurst{500};
 constexpr milliseconds longestStall{5000};
 
-/// While something is being sent there is no event for all that matters: how soon to look again.
-constexpr milliseconds tickWhileMoving{1};
-constexpr milliseconds tick{5};
+/// While bytes are being sent, not every change causes an event: intervals between two checks.
+constexpr milliseconds intervalWhileSending{1};
+constexpr milliseconds intervalWhileStalled{5};
 
 milliseconds since(steady_clock::time_point start)
 {
@@ -41,7 +39,7 @@ bool isHungUp(int fd)
 
 std::unique_ptr<Port> openPort(const PortSettings& settings)
 {
-    if (minorNumber(settings.path, 5) == 2)  // the multiplexer
+    if (minorNumber(settings.path, 5) == 2)  // /dev/ptmx
         return std::make_unique<PseudoTerminal>(settings);
     return std::make_unique<SerialPort>(settings);
 }
@@ -62,17 +60,17 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
         throwIfInterrupted();
         const size_t before = unsent;
         push();
-        const bool moving = unsent < before;
-        if (moving)
+        const bool sending = unsent < before;
+        if (sending)
             stalled = milliseconds{0};
         if (unsent > 0)
             quietSince = steady_clock::now();
         else if (limits.silence == milliseconds{0})
-            return Ready::Silence;  // also when the other side has read all and is gone
+            return Ready::Silence;  // even if the other side has read everything and closed the port
 
         milliseconds most{3600'000};
         if (unsent > 0)
-            most = moving ? tickWhileMoving : tick;
+            most = sending ? intervalWhileSending : intervalWhileStalled;
         else if (limits.silence)
             most = *limits.silence - since(quietSince);
         if (limits.deadline)
@@ -84,12 +82,12 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
                                  {unsent <= mostUnsent ? other : -1, POLLIN, 0}};
         const int count = poll(ports, 2, static_cast<int>(most.count()));
         const bool bytes = (ports[0].revents & POLLIN) != 0;
-        if (count > 0 && ports[1].revents != 0 && (!bytes || bytesLast)) {  // they take turns
-            bytesLast = false;
+        if (count > 0 && ports[1].revents != 0 && (!bytes || lastWereBytes)) {  // both are served in turn
+            lastWereBytes = false;
             return Ready::Other;
         }
         if (count > 0 && bytes) {
-            bytesLast = true;
+            lastWereBytes = true;
             return Ready::Bytes;
         }
         if (count > 0 && (ports[0].revents & ~POLLOUT) != 0)
@@ -103,7 +101,7 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
     }
 }
 
-/// Counts only time that was spent waiting: the program may have been stopped in between.
+/// Counts only the time spent waiting, because the program may have been stopped (SIGTSTP) in between.
 void Port::countStall(milliseconds waited, const Limits& limits)
 {
     stalled = lacksPeer() ? milliseconds{0} : stalled + waited;

@@ -15,8 +15,8 @@ namespace uart
 namespace
 {
 
-/// A port is ready for output when fewer than 256 bytes wait in its driver (WAKEUP_CHARS), whose queue has at least
-/// twice that: so much goes in whole, and the number of bytes sent is known.
+/// A port is ready for output if fewer than 256 bytes wait in its driver (WAKEUP_CHARS), whose queue holds at least
+/// twice as many. A piece of this size is accepted as a whole, so the number of bytes sent is known.
 constexpr size_t pieceSize = 256;
 
 /// Opened at this rate, which the Line then replaces by one that the Uart does not know.
@@ -37,7 +37,7 @@ SerialPort::SerialPort(const PortSettings& wanted) : Port(wanted), line(settings
     found = line.settings().value_or(Line::Settings{});
     const uint32_t rate = isRateOfUart(settings.baudRate) ? settings.baudRate : rateBeforeOther;
     uart.emplace(settings.path, static_cast<int>(rate), settings.stopBits, settings.parity,
-                 false);  // nor waits for a carrier
+                 false);  // non-blocking: does not wait for a carrier
     const bool isOpen = uart->init();
     throwIfSignalled();
     if (!isOpen || errors.first())
@@ -50,7 +50,7 @@ SerialPort::SerialPort(const PortSettings& wanted) : Port(wanted), line(settings
 
 SerialPort::~SerialPort()
 {
-    if (SerialPort::inTransit() > 0)  // closing would wait for them, up to half a minute
+    if (SerialPort::inTransit() > 0)  // otherwise close waits for them, up to half a minute
         tcflush(fd, TCOFLUSH);
     reportErrors();
     uart.reset();  // restores the settings, except a rate that it does not know
@@ -92,7 +92,7 @@ size_t SerialPort::put(const uint8_t* bytes, size_t size)
         return 0;
     const ByteArray piece(bytes, bytes + std::min(size, pieceSize));
     const ErrorScope errors;
-    errno = 0;  // a short write leaves it alone
+    errno = 0;  // a short write leaves it unchanged
     if (uart->write(piece))
         return piece.size();
     const int error = errors.first() ? errors.first()->error : 0;
@@ -115,7 +115,7 @@ ByteArray SerialPort::take(size_t most)
     throwIfSignalled();
     if (failed && error != EIO)
         throw Failure{TransferFailed, settings.path + ": " + errors.first()->text()};
-    throw gone();  // readable, but nothing there
+    throw gone();  // poll reported bytes, but there are none
 }
 
 size_t SerialPort::inTransit()

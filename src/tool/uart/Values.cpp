@@ -10,7 +10,7 @@ namespace uart
 namespace
 {
 
-/// Those that Uart sets, in ascending order.
+/// The baud rates of Uart, in ascending order.
 constexpr std::array<uint32_t, 26> baudRates = {
     110,    150,    200,    300,    600,    1200,    2400,    4800,    9600,    19200,   38400,   57600,   115200,
     230400, 460800, 500000, 576000, 921600, 1000000, 1152000, 1500000, 2000000, 2500000, 3000000, 3500000, 4000000};
@@ -37,7 +37,7 @@ ByteArray parseLineEnd(const std::string& name)
     return name == "crlf" ? ByteArray{'\r', '\n'} : ByteArray{};
 }
 
-/// What "\r" and its like stand for; moves to the last character of the escape.
+/// The byte that an escape such as "\r" stands for; moves to the last character of the escape.
 uint8_t escapedByte(const std::string& text, size_t& at)
 {
     const char kind = at + 1 < text.size() ? text[at + 1] : '\0';
@@ -57,12 +57,11 @@ uint8_t escapedByte(const std::string& text, size_t& at)
     case '\\':
         return '\\';
     default:
-        refuse("text \"" + text + R"(": a backslash starts \r \n \t \\ or \xNN)");
+        refuse("text \"" + text + R"(": the escapes are \r \n \t \\ and \xNN)");
     }
 }
 
-constexpr const char* portHelp =
-    "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards input that waits there";
+constexpr const char* portHelp = "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards waiting input";
 
 void describeFrame(Grammar& grammar, PortSettings& settings)
 {
@@ -148,9 +147,9 @@ uint32_t parseBaudRate(const std::string& text)
 {
     const auto rate = numberOf(text, 10);
     if (!rate)
-        refuse("baud rate \"" + text + "\": a decimal number, such as 115200");
+        refuse("baud rate \"" + text + "\": must be a decimal number, such as 115200");
     if (*rate == 0 || *rate > UINT32_MAX)
-        refuse("baud rate " + text + ": from 1 to " + std::to_string(UINT32_MAX));
+        refuse("baud rate " + text + ": must be 1 to " + std::to_string(UINT32_MAX));
     return static_cast<uint32_t>(*rate);
 }
 

@@ -1,4 +1,4 @@
-// Words of the verbs for serial ports to values; what cannot be understood throws a Failure that says how to write it.
+// Parses the words of verbs for serial ports; an invalid word throws a Failure that says what is valid.
 #pragma once
 
 #include "base/Values.h"
@@ -59,7 +59,7 @@ uint32_t parseBaudRate(const std::string& text);
 /// Whether Uart sets this rate; a Line sets all others.
 bool isRateOfUart(uint32_t rate);
 
-/// Words joined by blanks, with the escapes \r \n \t \\ \xNN.
+/// Words joined by spaces, with the escapes \r \n \t \\ \xNN.
 ByteArray parseText(const std::vector<std::string>& words);
 
 /// --eol: "cr", "lf", "crlf" or "none" to the bytes of a line ending.
