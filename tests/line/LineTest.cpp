@@ -289,6 +289,22 @@ TEST_F(LineOnPseudoTerminal, ALockKeepsOutWhoAsks)
     EXPECT_TRUE(uart->init()) << "who does not ask is not kept out";
 }
 
+/// A new pseudo-terminal has IXON without IXOFF.
+TEST_F(RealKernel, SettingTheSettingsInForceChangesNothing)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
+    Line line{ptsname(master)};
+    EXPECT_EQ(-1, line.descriptor());
+    ASSERT_TRUE(line.init());
+    EXPECT_EQ(1, isatty(line.descriptor()));
+    const std::string before = attributesSeenByAnotherProcess(line.device());
+    EXPECT_NE(std::string::npos, before.find(" IXON"));
+    EXPECT_TRUE(line.setSettings(*line.settings()));
+    EXPECT_EQ(before, attributesSeenByAnotherProcess(line.device()));
+    close(master);
+}
+
 TEST_F(RealKernel, ALineOnTheMasterOfAPseudoTerminal)
 {
     const int descriptor = posix_openpt(O_RDWR | O_NOCTTY);

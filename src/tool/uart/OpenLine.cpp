@@ -2,6 +2,8 @@
 
 #include "device/Node.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace uart
@@ -11,9 +13,12 @@ namespace
 
 constexpr std::chrono::milliseconds breakTime{250};
 
+/// In the order of Line::Parity.
+constexpr std::array<const char*, 5> parityNames = {"none", "even", "odd", "mark", "space"};
+
 }  // namespace
 
-void open(Line& line)
+void openLine(Line& line)
 {
     const ErrorScope errors;
     if (!line.init())
@@ -21,9 +26,9 @@ void open(Line& line)
                                               : openFailure(line.device(), errors.first()->error, serialPorts);
 }
 
-void openLocked(Line& line)
+void openLockedLine(Line& line)
 {
-    open(line);
+    openLine(line);
     const ErrorScope errors;
     if (!line.lock())
         throw Failure{CannotOpen, line.device() + " is in use by " + otherUser(line.device())};
@@ -37,6 +42,34 @@ Failure lineFailure(Status status, const Line& line, const std::string& what, co
     const size_t at = message.find(start);
     const std::string cause = at == std::string::npos ? message : message.substr(at + start.size());
     return {status, line.device() + ": " + what + ": " + cause.substr(0, cause.find(", errno: "))};
+}
+
+const char* nameOf(Line::Parity parity)
+{
+    return parityNames.at(static_cast<size_t>(parity));
+}
+
+Line::Parity parityOf(const std::string& name)
+{
+    const auto* const found = std::find(parityNames.begin(), parityNames.end(), name);
+    return static_cast<Line::Parity>(found - parityNames.begin());
+}
+
+std::string settingsText(const Line::Settings& settings)
+{
+    const char letter = "NEOMS"[static_cast<size_t>(settings.parity)];
+    return std::to_string(settings.baudRate) + " " + std::to_string(settings.dataBits) + letter +
+           std::to_string(settings.stopBits) + (settings.rtsCts ? ", RTS/CTS" : "") +
+           (settings.xonXoff ? ", XON/XOFF" : "") + (settings.hangUpOnClose ? ", hang-up" : "");
+}
+
+std::string rs485Text(const Line::Rs485& settings)
+{
+    if (!settings.enabled)
+        return "off";
+    return std::string{"RTS "} + (settings.rtsOnSend ? "on" : "off") + " while sending, delays " +
+           std::to_string(settings.delayBeforeSendMs) + " and " + std::to_string(settings.delayAfterSendMs) + " ms" +
+           (settings.receiveDuringSend ? ", receiving during send" : "");
 }
 
 void setModemLines(Line& line, std::optional<bool> dtr, std::optional<bool> rts, bool sendBreak)

@@ -13,13 +13,23 @@ namespace uart
 {
 
 /// Opens a serial port.
-void open(Line& line);
+void openLine(Line& line);
 
 /// The same; fails if another program has locked it.
-void openLocked(Line& line);
+void openLockedLine(Line& line);
 
 /// A call that the Line could not do: "<path>: RS-485: not supported by this driver".
 Failure lineFailure(Status status, const Line& line, const std::string& what, const ErrorScope& errors);
+
+/// "none", "even", ...
+const char* nameOf(Line::Parity parity);
+Line::Parity parityOf(const std::string& name);
+
+/// "115200 8N1, RTS/CTS, XON/XOFF, hang-up"
+std::string settingsText(const Line::Settings& settings);
+
+/// "off"; "RTS on while sending, delays 1 and 2 ms, receiving during send"
+std::string rs485Text(const Line::Rs485& settings);
 
 /// Sets what is given, and sends a break.
 void setModemLines(Line& line, std::optional<bool> dtr, std::optional<bool> rts, bool sendBreak);

@@ -29,7 +29,7 @@ constexpr milliseconds longestDrain{5000};
 
 SerialPort::SerialPort(const PortSettings& wanted) : Port(wanted), line(settings.path)
 {
-    openLocked(line);
+    openLockedLine(line);
     fd = line.descriptor();
     const ErrorScope errors;
     if (settings.noReset && !keepLinesAtClose(line))
@@ -43,7 +43,8 @@ SerialPort::SerialPort(const PortSettings& wanted) : Port(wanted), line(settings
     if (!isOpen || errors.first())
         throw Failure{CannotOpen,
                       settings.path + ": " + (errors.first() ? errors.first()->text() : "could not be opened")};
-    setBaudRate(settings.baudRate);
+    if (rate != settings.baudRate)
+        setBaudRate(settings.baudRate);
     setModemLines(line, settings.dtr, settings.rts, settings.sendBreak);
     countedBefore = countersOf(line);
 }
@@ -63,8 +64,6 @@ void SerialPort::setBaudRate(uint32_t rate)
 {
     const ErrorScope errors;
     std::optional<Line::Settings> inForce = line.settings();
-    if (inForce && inForce->baudRate == rate)
-        return;
     if (inForce)
         inForce->baudRate = rate;
     if (!inForce || !line.setSettings(*inForce))

@@ -29,6 +29,9 @@ public:
     /// Empty if the driver does not count.
     [[nodiscard]] std::optional<Line::Counters> counters() const;
 
+    /// Reports only errors from now on.
+    void forgetErrors() { countedBefore = counters(); }
+
 private:
     size_t put(const uint8_t* bytes, size_t size) override;
     size_t inTransit() override;

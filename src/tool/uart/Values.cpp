@@ -61,15 +61,12 @@ uint8_t escapedByte(const std::string& text, size_t& at)
     }
 }
 
-constexpr const char* portHelp = "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards waiting input";
-
-void describeFrame(Grammar& grammar, PortSettings& settings)
+std::string parseTty(const std::string& text)
 {
-    grammar.option("--parity", "P", "Parity", settings.parity, parseWord, "none").choose({"none", "even", "odd"});
-    grammar.option("--stop-bits", "N", "Stop bits", settings.stopBits, parseStopBits, "1").choose({"1", "2"});
-    grammar.flag("--no-reset", "Keep DTR and RTS asserted when the port closes, so that the next open resets no board",
-                 settings.noReset);
-    describeModemLines(grammar, settings.dtr, settings.rts, settings.sendBreak);
+    const std::string path = parsePort(text);
+    if (path == "/dev/ptmx")
+        refuse("port " + text + ": would be a new pseudo-terminal; name a port that exists");
+    return path;
 }
 
 }  // namespace
@@ -90,11 +87,6 @@ std::string PortSettings::traffic() const
     return sendBreak ? steps + ", break" : steps;
 }
 
-void describePath(Grammar& grammar, std::string& path, const std::string& help)
-{
-    grammar.word("PORT", help, path, parsePort).complete(Candidates::SerialPorts);
-}
-
 Argument& describeSwitch(Grammar& grammar, const std::string& name, const std::string& help, std::optional<bool>& field)
 {
     return grammar.option(name, "STATE", help, field, [](const std::string& text) { return text == "on"; })
@@ -108,18 +100,35 @@ void describeModemLines(Grammar& grammar, std::optional<bool>& dtr, std::optiona
     grammar.flag("--break", "Send a break of 0.25 s", sendBreak);
 }
 
-void describePortWithoutBaud(Grammar& grammar, PortSettings& settings)
+void describeFrame(Grammar& grammar, PortSettings& settings)
 {
-    describePath(grammar, settings.path, portHelp);
-    describeFrame(grammar, settings);
+    grammar.option("--parity", "P", "Parity", settings.parity, parseWord, "none").choose({"none", "even", "odd"});
+    grammar.option("--stop-bits", "N", "Stop bits", settings.stopBits, parseStopBits, "1").choose({"1", "2"});
+    grammar.flag("--no-reset", "Keep DTR and RTS asserted when the port closes, so that the next open resets no board",
+                 settings.noReset);
+    describeModemLines(grammar, settings.dtr, settings.rts, settings.sendBreak);
 }
 
 void describePort(Grammar& grammar, PortSettings& settings)
 {
-    describePath(grammar, settings.path, portHelp);
-    grammar.option("-b,--baud", "N", "Baud rate, any", settings.baudRate, parseBaudRate, "115200")
+    grammar
+        .word("PORT", "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards waiting input",
+              settings.path, parsePort)
+        .complete(Candidates::SerialPorts);
+    grammar.option("-b,--baud", "N", "Any baud rate", settings.baudRate, parseBaudRate, "115200")
         .suggest(baudRateTexts());
     describeFrame(grammar, settings);
+}
+
+void describeTty(Grammar& grammar, std::string& path)
+{
+    grammar.word("PORT", "ttyUSB0, or a path; opening asserts DTR and RTS, which resets some boards", path, parseTty)
+        .complete(Candidates::SerialPorts);
+}
+
+void describeBaud(Grammar& grammar, std::optional<uint32_t>& baudRate)
+{
+    grammar.option("-b,--baud", "N", "Any baud rate", baudRate, parseBaudRate).suggest(baudRateTexts());
 }
 
 std::string byteCount(size_t count)

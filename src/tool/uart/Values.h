@@ -31,11 +31,16 @@ struct PortSettings {
     [[nodiscard]] std::string traffic() const;
 };
 
-void describePath(Grammar& grammar, std::string& path, const std::string& help);
 void describePort(Grammar& grammar, PortSettings& settings);
 
-/// All of describePort() but --baud.
-void describePortWithoutBaud(Grammar& grammar, PortSettings& settings);
+/// The options of describePort() except --baud.
+void describeFrame(Grammar& grammar, PortSettings& settings);
+
+/// A port that exists: not pty.
+void describeTty(Grammar& grammar, std::string& path);
+
+/// --baud, where it may be omitted.
+void describeBaud(Grammar& grammar, std::optional<uint32_t>& baudRate);
 
 /// --dtr, --rts and --break.
 void describeModemLines(Grammar& grammar, std::optional<bool>& dtr, std::optional<bool>& rts, bool& sendBreak);
