@@ -1,16 +1,17 @@
 #pragma once
 
-#include <serialComm/Uart.h>
+#include <serialComm/LineReader.h>
 
 #include <chrono>
 #include <optional>
 #include <string>
 
-/// An instrument that answers each line with one line. Its port must be blocking (the last parameter of Uart).
+/// An instrument that answers each line with one line.
 class Instrument
 {
 public:
-    explicit Instrument(Uart& uart) : port(uart) {}
+    /// Both are open on the port of the instrument: the Uart transfers the bytes, the Line waits for them.
+    Instrument(Uart& uart, const Line& line) : port(uart), reader(uart, line) {}
 
     /// Sends a question and waits for the answer.
     ///
@@ -23,28 +24,23 @@ public:
         if (!port.write(ByteArray(line.begin(), line.end())))
             return std::nullopt;
 
-        std::string received;
-        const auto deadline = Clock::now() + timeout;
-        while (Clock::now() < deadline) {
-            const auto asked = Clock::now();
-            bool failed = false;
-            const ByteArray bytes = port.read(256, &failed);
-            // Without data, read() returns after 0.5 s. If it returns at once, the port is gone: stop instead of
-            // spinning.
-            if (failed || (bytes.empty() && Clock::now() - asked < std::chrono::milliseconds{250}))
-                return std::nullopt;
-
-            received.append(bytes.begin(), bytes.end());
-            received.erase(0, received.find_first_not_of("\r\n"));  // the LF of the previous answer may arrive late
-            const size_t end = received.find_first_of("\r\n");
-            if (end != std::string::npos)
-                return received.substr(0, end);
-        }
-        return std::nullopt;
+        const std::optional<ByteArray> answer = reader.frame(lengthOfLine, timeout);
+        if (!answer)
+            return std::nullopt;
+        const std::string text{answer->begin(), answer->end() - 1};
+        return text.substr(text.find_first_not_of("\r\n"));
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
+    /// Leading line endings, the text, and one CR or LF. If the answer ends in CR LF, the LF precedes the next answer.
+    static size_t lengthOfLine(const ByteArray& received)
+    {
+        const std::string text{received.begin(), received.end()};
+        const size_t begin = text.find_first_not_of("\r\n");
+        const size_t end = text.find_first_of("\r\n", begin);
+        return begin == std::string::npos || end == std::string::npos ? 0 : end + 1;
+    }
 
     Uart& port;
+    LineReader reader;
 };

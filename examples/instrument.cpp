@@ -20,10 +20,11 @@ int main(int argc, char* argv[])
     }
 
     Uart port{argv[1], std::atoi(argv[2]), 1, "none", true};
-    if (!port.init())
+    Line line{argv[1]};
+    if (!port.init() || !line.init())
         return EXIT_FAILURE;  // the reason is in the log
 
-    const std::optional<std::string> answer = Instrument{port}.ask(argv[3], std::chrono::seconds{5});
+    const std::optional<std::string> answer = Instrument{port, line}.ask(argv[3], std::chrono::seconds{5});
     if (!answer) {
         std::fprintf(stderr, "instrument: no answer\n");
         return EXIT_FAILURE;

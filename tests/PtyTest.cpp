@@ -5,10 +5,9 @@
 
 #include "support/LineSpeeds.h"
 #include "support/Process.h"
+#include "support/RealKernel.h"
 
 #include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
@@ -17,18 +16,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <log4cplus/appender.h>
-#include <log4cplus/logger.h>
-#include <log4cplus/spi/loggingevent.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 using std::chrono::steady_clock;
@@ -38,68 +31,6 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::Lt;
 using testing::StartsWith;
-
-/// Collects the log lines of all threads.
-class LineAppender : public log4cplus::Appender
-{
-public:
-    ~LineAppender() override { destructorImpl(); }
-    void close() override { closed = true; }
-
-    std::vector<std::string> take()
-    {
-        const std::lock_guard<std::mutex> guard{mutex};
-        return std::exchange(lines, {});
-    }
-
-protected:
-    void append(const log4cplus::spi::InternalLoggingEvent& event) override
-    {
-        const std::lock_guard<std::mutex> guard{mutex};
-        lines.push_back(log4cplus::getLogLevelManager().toString(event.getLogLevel()) + " " + event.getMessage());
-    }
-
-private:
-    std::mutex mutex;
-    std::vector<std::string> lines;
-};
-
-class RealKernel : public testing::Test
-{
-protected:
-    RealKernel()
-    {
-        log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
-        logger.removeAllAppenders();
-        logger.addAppender(appender);
-        logger.setAdditivity(false);
-        logger.setLogLevel(log4cplus::INFO_LOG_LEVEL);
-    }
-
-    std::vector<std::string> lines() { return static_cast<LineAppender&>(*appender).take(); }
-
-    /// Opens a new pseudo-terminal and returns its slave's name from the log.
-    std::string slaveOf(Uart& master)
-    {
-        EXPECT_TRUE(master.init());
-        const std::vector<std::string> log = lines();
-        EXPECT_THAT(log, ElementsAre(StartsWith("INFO UART slave pts: /dev/pts/")));
-        return log.empty() ? "" : log[0].substr(strlen("INFO UART slave pts: "));
-    }
-
-private:
-    log4cplus::SharedAppenderPtr appender{new LineAppender};
-};
-
-static Uart newPseudoTerminal()
-{
-    return {"/dev/ptmx", 115200, 1, "none", true};
-}
-
-static ByteArray bytes(const std::string& text)
-{
-    return {text.begin(), text.end()};
-}
 
 TEST_F(RealKernel, MasterAndSlaveExchangeBytes)
 {
@@ -174,14 +105,6 @@ TEST_F(RealKernel, TheOtherSideIsClosed)
     EXPECT_FALSE(error);
     EXPECT_FALSE(slave.write(bytes("x")));
     EXPECT_THAT(lines(), ElementsAre("ERROR Uart write failed: 5"));
-}
-
-static void waitUntilSleeping(pid_t thread)
-{
-    const steady_clock::time_point deadline = steady_clock::now() + std::chrono::seconds{10};
-    while (!isSleeping(thread) && steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{1});
-    }
 }
 
 /// Destroys a port once the calling thread sleeps in a call on the other side.
@@ -339,37 +262,6 @@ TEST_F(RealKernel, ASecondInitLeaksNoDescriptor)
     }
     EXPECT_EQ(before, resourcesInUse().descriptors);
 }
-
-/// While it lives, sends a signal to the thread that constructed it whenever that thread sleeps in a system call. The
-/// handler is installed without SA_RESTART.
-class Interrupter
-{
-public:
-    Interrupter()
-    {
-        struct sigaction action {
-        };
-        action.sa_handler = [](int) {};
-        sigaction(SIGUSR1, &action, nullptr);
-        sender = std::thread{[this, target = pthread_self(), thread = gettid()] {
-            while (!done) {
-                waitUntilSleeping(thread);
-                pthread_kill(target, SIGUSR1);
-            }
-        }};
-    }
-    ~Interrupter()
-    {
-        done = true;
-        sender.join();
-    }
-    Interrupter(const Interrupter&) = delete;
-    Interrupter& operator=(const Interrupter&) = delete;
-
-private:
-    std::atomic<bool> done{false};
-    std::thread sender;
-};
 
 TEST_F(RealKernel, ACallInterruptedByASignalIsNotRetried)
 {

@@ -15,7 +15,11 @@ using namespace std::chrono_literals;
 class InstrumentTest : public testing::Test
 {
 protected:
-    InstrumentTest() { grantpt(master), unlockpt(master); }
+    InstrumentTest()
+    {
+        grantpt(master), unlockpt(master);
+        EXPECT_TRUE(port.init() && line.init());
+    }
     ~InstrumentTest() override { close(master); }
 
     void send(const std::string& text) const
@@ -31,13 +35,12 @@ protected:
     }
 
     int master = posix_openpt(O_RDWR | O_NOCTTY);
+    Uart port{ptsname(master), 9600, 1, "none", true};
+    Line line{ptsname(master)};
 };
 
 TEST_F(InstrumentTest, JoinsTheParts)
 {
-    Uart port{ptsname(master), 9600, 1, "none", true};
-    ASSERT_TRUE(port.init());
-
     std::string question;
     std::thread instrument{[this, &question] {
         question = receive();
@@ -45,23 +48,20 @@ TEST_F(InstrumentTest, JoinsTheParts)
         std::this_thread::sleep_for(20ms);  // so that the driver needs two reads
         send("7\r\n");
     }};
-    EXPECT_EQ(Instrument{port}.ask("*IDN?", 5s), "ACME,7");
+    EXPECT_EQ(Instrument(port, line).ask("*IDN?", 5s), "ACME,7");
     instrument.join();
     EXPECT_EQ(question, "*IDN?\n");
 }
 
 TEST_F(InstrumentTest, TakesALineEndingInTwoParts)
 {
-    Uart port{ptsname(master), 9600, 1, "none", true};
-    ASSERT_TRUE(port.init());
-
     std::thread instrument{[this] {
         for (const char* answer : {"first\r", "\nsecond\r", "\nthird\r\n"}) {
             receive();
             send(answer);
         }
     }};
-    Instrument driver{port};
+    Instrument driver{port, line};
     EXPECT_EQ(driver.ask("1?", 5s), "first");
     EXPECT_EQ(driver.ask("2?", 5s), "second");
     EXPECT_EQ(driver.ask("3?", 5s), "third");
@@ -70,22 +70,17 @@ TEST_F(InstrumentTest, TakesALineEndingInTwoParts)
 
 TEST_F(InstrumentTest, StopsWaitingAfterTheTimeout)
 {
-    Uart port{ptsname(master), 9600, 1, "none", true};
-    ASSERT_TRUE(port.init());
-    EXPECT_EQ(Instrument{port}.ask("*IDN?", 100ms), std::nullopt);
+    EXPECT_EQ(Instrument(port, line).ask("*IDN?", 100ms), std::nullopt);
 }
 
 TEST_F(InstrumentTest, NoticesThatThePortIsGone)
 {
-    Uart port{ptsname(master), 9600, 1, "none", true};
-    ASSERT_TRUE(port.init());
-
     std::thread instrument{[this] {
         receive();
         close(std::exchange(master, -1));
     }};
     const auto asked = std::chrono::steady_clock::now();
-    EXPECT_EQ(Instrument{port}.ask("*IDN?", 60s), std::nullopt);
+    EXPECT_EQ(Instrument(port, line).ask("*IDN?", 60s), std::nullopt);
     EXPECT_LT(std::chrono::steady_clock::now() - asked, 10s);
     instrument.join();
 }

@@ -53,7 +53,14 @@ class SerialComm(ConanFile):
         copy(self, "LICENSE", self.source_folder, pathlib.Path(self.package_folder) / "licenses")
 
     def package_info(self):
-        self.cpp_info.libs = ["vexo_serialComm"]
         self.cpp_info.set_property("cmake_file_name", "serialComm")
-        self.cpp_info.set_property("cmake_target_name", "serialComm::serialComm")
-        self.cpp_info.set_property("pkg_config_name", "serialComm")
+        library = self.cpp_info.components["serialComm"]
+        library.libs = ["vexo_serialComm"]
+        library.requires = ["log4cplus::log4cplus"]
+        library.set_property("cmake_target_name", "serialComm::serialComm")
+        library.set_property("pkg_config_name", "serialComm")
+        line = self.cpp_info.components["line"]
+        line.libs = ["vexo_serialCommLine"]
+        line.requires = ["serialComm"]
+        line.set_property("cmake_target_name", "serialComm::line")
+        line.set_property("pkg_config_name", "serialCommLine")

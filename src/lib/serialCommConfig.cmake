@@ -1,4 +1,5 @@
-# find_package(serialComm) makes the target serialComm::serialComm, and log4cplus::log4cplus for the host's own log.
+# find_package(serialComm) makes the targets serialComm::serialComm and serialComm::line, and log4cplus::log4cplus for the
+# host's own log.
 include(CMakeFindDependencyMacro)
 list(APPEND CMAKE_MODULE_PATH ${CMAKE_CURRENT_LIST_DIR})
 find_dependency(log4cplus)

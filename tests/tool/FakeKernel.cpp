@@ -130,6 +130,10 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
         kernel->outputQueue.pop_back();
         return 0;
     }
+    const auto answer =
+        kernel != nullptr && device == nullptr && kernel->port ? kernel->port(request, argument) : std::nullopt;
+    if (answer)
+        return static_cast<int>(finish(*answer));
     return device == nullptr ? real(fd, request, argument) : static_cast<int>(finish(device->ioctl(request, argument)));
 }
 }

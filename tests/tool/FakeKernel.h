@@ -109,6 +109,9 @@ public:
 
     std::map<std::string, std::shared_ptr<FakeDevice>> devices;
     std::vector<int> outputQueue;  ///< results of TIOCOUTQ on ports of the real kernel, last one first
+
+    /// Answers a request on a port of the real kernel; nothing: the real kernel answers.
+    std::function<std::optional<long>(unsigned long request, void* argument)> port;
 };
 
 /// What a command line printed and how it ended, run in this process: tool({"i2c", "get", "4", "0x48", "0x00"}).

@@ -331,7 +331,7 @@ TEST(UartVerbs, HelpNamesTheDefaultsThatAreUsed)
 {
     const std::string help = tool("uart ask --help").out;
     for (const char* const line :
-         {"Baud rate; default: 115200", "Parity: none, even or odd; default: none", "Stop bits: 1 or 2; default: 1",
+         {"Any baud rate; default: 115200", "Parity: none, even or odd; default: none", "Stop bits: 1 or 2; default: 1",
           "Line ending sent: cr, lf, crlf or none; default: cr",
           "Stop after this many seconds without data; default: 1", "opening discards waiting input"})
         EXPECT_NE(std::string::npos, help.find(line)) << line;
@@ -345,10 +345,8 @@ TEST(UartVerbs, BaudRates)
         const char* text;
         const char* message;
     } rows[] = {
-        {"14400", "baud rate 14400: not supported; nearest: 9600, 19200"},
-        {"0", "baud rate 0: not supported; nearest: 110"},
-        {"1800", "baud rate 1800: not supported; nearest: 1200, 2400"},
-        {"9999999999", "baud rate 9999999999: not supported; nearest: 4000000"},
+        {"0", "baud rate 0: must be 1 to 4294967295"},
+        {"4294967296", "baud rate 4294967296: must be 1 to 4294967295"},
         {"fast", "baud rate \"fast\": must be a decimal number, such as 115200"},
     };
     for (const auto& row : rows) {

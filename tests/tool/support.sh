@@ -50,10 +50,10 @@ verbs() {
 try_examples() {
     cd "$tmp" && touch request.bin setup.txt
     verbs | while read -r verb; do
-        case $verb in list) run='2>&1' ;; batch | 'spi info') run= ;; *) run=--dry-run ;; esac
+        case $verb in list) run='2>&1' ;; batch | 'spi info' | 'uart info' | 'uart set') run= ;; *) run=--dry-run ;; esac
         # shellcheck disable=SC2086 # a verb is words
         line=$(example_of $verb)
-        case $verb in 'spi info') line="$line --help" ;; esac
+        case $verb in 'spi info' | 'uart info' | 'uart set') line="$line --help" ;; esac
         eval "$line $run" >/dev/null || echo "wrong: $line"
     done
 }
@@ -71,6 +71,11 @@ keeps_settings() {
 log_to_file() {
     printf 'log4cplus.%s\n' appender.F=log4cplus::FileAppender "appender.F.File=$tmp/log" \
         appender.F.layout=log4cplus::SimpleLayout "$@" >"$tmp/properties"
+}
+
+# A line of uart info of the board's port: uart_info settings
+uart_info() {
+    serialcomm uart info ttymxc0 | sed -n "/^$1:/p"
 }
 
 # Unbinds the driver of /dev/ttymxc0, and binds it again.

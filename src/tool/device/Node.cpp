@@ -119,10 +119,10 @@ std::string firstLine(const std::string& path)
     return content.substr(0, content.find('\n'));
 }
 
-std::string otherUser(const std::string& path)
+std::string userOf(const std::string& path)
 {
     const auto node = statusOf(path);
-    std::string user = "another program";
+    std::string user;
     for (const std::string& process : namesBelow("/proc", "")) {
         if (!node || !isProcessNumber(process) || process == std::to_string(getpid()))
             continue;
@@ -137,6 +137,12 @@ std::string otherUser(const std::string& path)
         }
     }
     return user;
+}
+
+std::string otherUser(const std::string& path)
+{
+    const std::string user = userOf(path);
+    return user.empty() ? "another program" : user;
 }
 
 int minorNumber(const std::string& path, unsigned int majorNumber)

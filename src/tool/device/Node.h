@@ -37,8 +37,11 @@ Failure openFailure(const std::string& path, int error, const NodeKind& kind);
 /// "yes", or why this user may not open the node: "no: group i2c".
 std::string mayOpen(const std::string& path);
 
-/// "serialcomm (process 4711)": another process that has the node open, preferably one that has locked it; "another
-/// program" if this user cannot see it.
+/// "serialcomm (process 4711)" for another process that has the node open, preferably one that has locked it; empty if
+/// none can be seen.
+std::string userOf(const std::string& path);
+
+/// The same; "another program" if none can be seen.
 std::string otherUser(const std::string& path);
 
 /// The minor number of a character device with this major number; -1 for any other file.
@@ -49,6 +52,9 @@ std::string i2cDriver(const std::string& bus, int address);
 
 /// "4-0068": that chip's name in sysfs.
 std::string i2cDeviceName(const std::string& bus, int address);
+
+/// The absolute path that a symbolic link leads to; empty if the link is broken.
+std::string realPath(const std::string& path);
 
 /// Names in a directory that begin with `prefix`, without it, in natural order; none if there is no such directory.
 std::vector<std::string> namesBelow(const std::string& directory, const std::string& prefix);

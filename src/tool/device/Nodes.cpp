@@ -26,13 +26,6 @@ bool exists(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-/// The absolute path that a symbolic link leads to; empty if the link is broken.
-std::string realPath(const std::string& path)
-{
-    std::array<char, PATH_MAX> target{};
-    return realpath(path.c_str(), target.data()) == nullptr ? "" : target.data();
-}
-
 std::vector<Node> i2cNodes()
 {
     std::vector<Node> nodes;
@@ -94,6 +87,12 @@ std::vector<Node> serialNodes()
 }
 
 }  // namespace
+
+std::string realPath(const std::string& path)
+{
+    std::array<char, PATH_MAX> target{};
+    return realpath(path.c_str(), target.data()) == nullptr ? "" : target.data();
+}
 
 const NodeKind i2cBuses{"i2c",   "an I2C bus",  "/dev/i2c-",
                         89,      "buses found", "modprobe i2c-dev, if the bus exists in /sys/bus/i2c/devices",

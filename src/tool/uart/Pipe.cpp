@@ -17,14 +17,14 @@ namespace
 
 constexpr size_t mostQueued = 65536;
 
-struct Pipe : Line {
+struct Pipe : PortSettings {
     milliseconds timeout{};
     std::optional<size_t> count;
 };
 
 void describe(Grammar& grammar, OutputOptions& /*output*/, Pipe& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     grammar.option(
         "--timeout", "S", "Stop when standard input has ended and no data came for this many seconds", request.timeout,
         [](const std::string& text) { return parseSeconds("--timeout", text); }, "1");
@@ -34,12 +34,12 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, Pipe& request)
 
 std::string traffic(const Pipe& request)
 {
-    return request.settings();
+    return request.traffic();
 }
 
 void run(const Pipe& request, Output& output)
 {
-    output.traffic(request.settings());
+    output.traffic(request.traffic());
     const auto port = openPort(request);
     if (!port->slave().empty())
         printError("the other side is " + port->slave());

@@ -7,7 +7,6 @@
 #include "uart/SerialPort.h"
 
 #include <poll.h>
-#include <termios.h>
 
 #include <algorithm>
 
@@ -38,17 +37,17 @@ bool isHungUp(int fd)
     return poll(&port, 1, 0) > 0 && (port.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-std::unique_ptr<Port> openPort(const Line& line)
+std::unique_ptr<Port> openPort(const PortSettings& settings)
 {
-    if (minorNumber(line.path, 5) == 2)  // /dev/ptmx
-        return std::make_unique<PseudoTerminal>(line);
-    return std::make_unique<SerialPort>(line);
+    if (minorNumber(settings.path, 5) == 2)  // /dev/ptmx
+        return std::make_unique<PseudoTerminal>(settings);
+    return std::make_unique<SerialPort>(settings);
 }
 
-std::unique_ptr<Port> openPort(const Line& line, const std::string& traffic, Output& output)
+std::unique_ptr<Port> openPort(const PortSettings& settings, const std::string& traffic, Output& output)
 {
     output.traffic(traffic);
-    auto port = openPort(line);
+    auto port = openPort(settings);
     if (!port->slave().empty())
         output.result({{"slave", port->slave()}}, printable(port->slave()));
     return port;
@@ -107,7 +106,8 @@ void Port::countStall(milliseconds waited, const Limits& limits)
 {
     stalled = lacksPeer() ? milliseconds{0} : stalled + waited;
     if (stalled > longestStall && !limits.sendingMayStall)
-        throw Failure{TransferFailed, withReport(line.path + ": nothing could be sent for 5 s at " + line.settings())};
+        throw Failure{TransferFailed,
+                      withReport(settings.path + ": nothing could be sent for 5 s at " + settings.text())};
 }
 
 void Port::push()
@@ -128,7 +128,7 @@ void Port::push()
 void Port::throwIfInterrupted() const
 {
     if (signalled() && unsent > 0)
-        printError(withReport(line.path + ": interrupted"));
+        printError(withReport(settings.path + ": interrupted"));
     throwIfSignalled();
 }
 
@@ -189,7 +189,7 @@ void Port::flush()
 {
     while (unsent > 0 && wait({milliseconds{0}}) == Ready::Bytes)
         take(burstSize);
-    tcdrain(fd);  // the rest is in the FIFO of the UART
+    drain();
     throwIfSignalled();
 }
 
@@ -213,7 +213,7 @@ std::string Port::withReport(const std::string& message) const
 
 PortGone Port::gone() const
 {
-    return {{TransferFailed, withReport(line.path + " is gone: unplugged, or closed at the other side")}};
+    return {{TransferFailed, withReport(settings.path + " is gone: unplugged, or closed at the other side")}};
 }
 
 }  // namespace uart

@@ -76,7 +76,7 @@ public:
     [[nodiscard]] std::string sendReport() const;
 
 protected:
-    explicit Port(const Line& settings) : line(settings) {}
+    explicit Port(const PortSettings& wanted) : settings(wanted) {}
 
     [[nodiscard]] std::string withReport(const std::string& message) const;
     [[nodiscard]] PortGone gone() const;
@@ -91,13 +91,16 @@ protected:
     /// Bytes that put() has accepted and that are still unsent.
     virtual size_t inTransit() = 0;
 
+    /// Waits until the FIFO of the UART is empty.
+    virtual void drain() {}
+
     /// Whether POLLOUT reports that put() can send.
     [[nodiscard]] virtual bool pollsForRoom() const = 0;
 
     /// Whether sending has to wait for another program to open the port.
     [[nodiscard]] virtual bool lacksPeer() const { return false; }
 
-    Line line;
+    PortSettings settings;
     int fd = -1;
 
 private:
@@ -114,10 +117,10 @@ private:
 };
 
 /// Opens a port, or throws a Failure with the cause.
-std::unique_ptr<Port> openPort(const Line& line);
+std::unique_ptr<Port> openPort(const PortSettings& settings);
 
 /// The same; shows the traffic at -v, and prints the name of a pseudo-terminal's slave.
-std::unique_ptr<Port> openPort(const Line& line, const std::string& traffic, Output& output);
+std::unique_ptr<Port> openPort(const PortSettings& settings, const std::string& traffic, Output& output);
 
 /// Whether the other side of an open terminal was closed or unplugged.
 bool isHungUp(int fd);

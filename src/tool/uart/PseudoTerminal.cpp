@@ -40,14 +40,16 @@ bool hasByte(int fd, short event)
 
 }  // namespace
 
-PseudoTerminal::PseudoTerminal(const Line& settings) : Port(settings)
+PseudoTerminal::PseudoTerminal(const PortSettings& wanted) : Port(wanted)
 {
+    if (settings.noReset || settings.dtr || settings.rts || settings.sendBreak)
+        throw Failure{WrongCommandLine, "pty: a pseudo-terminal has no DTR, RTS or break"};
     const int packets = 1;
     std::array<char, 64> name{};
     fd = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0 || grantpt(fd) != 0 || unlockpt(fd) != 0 || ptsname_r(fd, name.data(), name.size()) != 0 ||
         ioctl(fd, TIOCPKT, &packets) != 0)
-        throw Failure{CannotOpen, line.path + ": " + strerror(errno)};
+        throw Failure{CannotOpen, settings.path + ": " + strerror(errno)};
     slaveName = name.data();
     slaveFd = openSlave();
     openEvents = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
@@ -155,9 +157,9 @@ size_t PseudoTerminal::put(const uint8_t* bytes, size_t size)
     if (written < 0 && errno != EAGAIN)
         throw Failure{TransferFailed, withReport(slaveName + ": " + strerror(errno))};
     const auto count = static_cast<size_t>(std::max<ssize_t>(written, 0));
-    const struct termios settings = slaveSettings();
+    const struct termios attributes = slaveSettings();
     for (size_t i = 0; i < count; ++i)
-        sinceLineEnd = endsLine(bytes[i], settings) ? 0 : sinceLineEnd + 1;
+        sinceLineEnd = endsLine(bytes[i], attributes) ? 0 : sinceLineEnd + 1;
     notRead += count;
     return count;
 }

@@ -15,7 +15,7 @@ namespace uart
 class PseudoTerminal : public Port
 {
 public:
-    explicit PseudoTerminal(const Line& settings);
+    explicit PseudoTerminal(const PortSettings& wanted);
     ~PseudoTerminal() override;
     PseudoTerminal(const PseudoTerminal&) = delete;
     PseudoTerminal& operator=(const PseudoTerminal&) = delete;

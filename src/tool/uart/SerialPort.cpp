@@ -2,14 +2,10 @@
 
 #include "base/LibraryLog.h"
 #include "base/Signals.h"
-#include "device/Node.h"
+#include "uart/OpenLine.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
-#include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -23,40 +19,69 @@ namespace
 /// twice as many. A piece of this size is accepted as a whole, so the number of bytes sent is known.
 constexpr size_t pieceSize = 256;
 
+/// Opened at this rate, which the Line then replaces by one that the Uart does not know.
+constexpr uint32_t rateBeforeOther = 115200;
+
+/// For the last bytes, which are in the driver's queue or in the chip.
+constexpr milliseconds longestDrain{5000};
+
 }  // namespace
 
-SerialPort::Descriptor::Descriptor(const std::string& path)
-    : number(::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
+SerialPort::SerialPort(const PortSettings& wanted) : Port(wanted), line(settings.path)
 {
-    if (number < 0)
-        throw openFailure(path, errno, serialPorts);
-}
-
-SerialPort::Descriptor::~Descriptor()
-{
-    close(number);
-}
-
-SerialPort::SerialPort(const Line& settings)
-    : Port(settings), descriptor(line.path),
-      uart(line.path, line.baudRate, line.stopBits, line.parity, false)  // non-blocking: does not wait for a carrier
-{
-    fd = descriptor.number;
-    if (isatty(fd) == 0)
-        throw Failure{CannotOpen, line.path + " is not a serial port"};
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-        throw Failure{CannotOpen, line.path + " is in use by " + otherUser(line.path)};
+    openLockedLine(line);
+    fd = line.descriptor();
     const ErrorScope errors;
-    const bool open = uart.init();
+    if (settings.noReset && !keepLinesAtClose(line))
+        throw lineFailure(CannotOpen, line, "--no-reset", errors);
+    found = line.settings().value_or(Line::Settings{});
+    const uint32_t rate = isRateOfUart(settings.baudRate) ? settings.baudRate : rateBeforeOther;
+    uart.emplace(settings.path, static_cast<int>(rate), settings.stopBits, settings.parity,
+                 false);  // non-blocking: does not wait for a carrier
+    const bool isOpen = uart->init();
     throwIfSignalled();
-    if (!open || errors.first())
-        throw Failure{CannotOpen, line.path + ": " + (errors.first() ? errors.first()->text() : "could not be opened")};
+    if (!isOpen || errors.first())
+        throw Failure{CannotOpen,
+                      settings.path + ": " + (errors.first() ? errors.first()->text() : "could not be opened")};
+    if (rate != settings.baudRate)
+        setBaudRate(settings.baudRate);
+    setModemLines(line, settings.dtr, settings.rts, settings.sendBreak);
+    countedBefore = countersOf(line);
 }
 
 SerialPort::~SerialPort()
 {
     if (SerialPort::inTransit() > 0)  // otherwise close waits for them, up to half a minute
         tcflush(fd, TCOFLUSH);
+    reportErrors();
+    uart.reset();  // restores the settings, except a rate that it does not know
+    const ErrorScope errors{ErrorScope::Hidden};
+    if (!isRateOfUart(found.baudRate))
+        line.setSettings(found);
+}
+
+void SerialPort::setBaudRate(uint32_t rate)
+{
+    const ErrorScope errors;
+    std::optional<Line::Settings> inForce = line.settings();
+    if (inForce)
+        inForce->baudRate = rate;
+    if (!inForce || !line.setSettings(*inForce))
+        throw lineFailure(CannotOpen, line, "baud rate", errors);
+    tcflush(fd, TCIFLUSH);  // received at another rate
+}
+
+std::optional<Line::Counters> SerialPort::counters() const
+{
+    return countersOf(line);
+}
+
+void SerialPort::reportErrors() const
+{
+    const std::optional<Line::Counters> now = countersOf(line);
+    const std::string text = countedBefore && now ? risenCounters(*countedBefore, *now) : "";
+    if (!text.empty())
+        printError(settings.path + ": " + text);
 }
 
 size_t SerialPort::put(const uint8_t* bytes, size_t size)
@@ -67,34 +92,43 @@ size_t SerialPort::put(const uint8_t* bytes, size_t size)
     const ByteArray piece(bytes, bytes + std::min(size, pieceSize));
     const ErrorScope errors;
     errno = 0;  // a short write leaves it unchanged
-    if (uart.write(piece))
+    if (uart->write(piece))
         return piece.size();
     const int error = errors.first() ? errors.first()->error : 0;
     if (error == EAGAIN)
         return 0;
     if (isHungUp(fd))
         throw gone();
-    throw Failure{TransferFailed, withReport(line.path + ": " + (error == 0 ? "short write" : errors.first()->text()))};
+    throw Failure{TransferFailed,
+                  withReport(settings.path + ": " + (error == 0 ? "short write" : errors.first()->text()))};
 }
 
 ByteArray SerialPort::take(size_t most)
 {
     const ErrorScope errors;
     bool failed = false;
-    ByteArray bytes = uart.read(most, &failed);
+    ByteArray bytes = uart->read(most, &failed);
     const int error = errors.first() ? errors.first()->error : 0;
     if (!bytes.empty() || (failed && error == EAGAIN))  // another program may have taken them
         return bytes;
     throwIfSignalled();
     if (failed && error != EIO)
-        throw Failure{TransferFailed, line.path + ": " + errors.first()->text()};
+        throw Failure{TransferFailed, settings.path + ": " + errors.first()->text()};
     throw gone();  // poll reported bytes, but there are none
 }
 
 size_t SerialPort::inTransit()
 {
-    int count = 0;
-    return ioctl(fd, TIOCOUTQ, &count) == 0 ? static_cast<size_t>(count) : 0;
+    return line.unsent().value_or(0);
+}
+
+void SerialPort::drain()
+{
+    const ErrorScope errors;
+    const bool drained = line.drain(longestDrain);
+    throwIfSignalled();
+    if (!drained)
+        throw lineFailure(TransferFailed, line, "sending", errors);
 }
 
 }  // namespace uart

@@ -30,7 +30,7 @@ constexpr milliseconds answerAfterInput{1000};
 constexpr milliseconds betweenAttempts{500};
 constexpr size_t maxKept = 65536;
 
-struct Term : Line {
+struct Term : PortSettings {
     ByteArray lineEnd;
     bool hex = false;
     bool localEcho = false;
@@ -40,7 +40,7 @@ struct Term : Line {
 
 void describe(Grammar& grammar, OutputOptions& /*output*/, Term& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     grammar.flag("--hex", "Hex in and out, one line per burst", request.hex);
     describeLineEnd(grammar, request.lineEnd).exclude("--hex");
     grammar.flag("-e", "Local echo: show what is typed", request.localEcho);
@@ -51,7 +51,7 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, Term& request)
 
 std::string traffic(const Term& request)
 {
-    return request.settings();
+    return request.traffic();
 }
 
 // The terminal's settings, at file level because signal handlers need them.
@@ -351,7 +351,7 @@ private:
 void run(const Term& request, Output& output)
 {
     Session session{request, output};
-    printError(request.path + " at " + request.settings() + "; Ctrl-] ends");
+    printError(request.path + " at " + request.text() + "; Ctrl-] ends");
     session.run();
 }
 

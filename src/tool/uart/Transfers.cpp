@@ -14,19 +14,19 @@ namespace
 {
 
 /// "68 69  115200 8N1"
-std::string traffic(const ByteArray& sent, const Line& line)
+std::string traffic(const ByteArray& sent, const PortSettings& settings)
 {
-    return (sent.empty() ? "" : shortHex(sent) + "  ") + line.settings();
+    return (sent.empty() ? "" : shortHex(sent) + "  ") + settings.traffic();
 }
 
-struct Read : Line {
+struct Read : PortSettings {
     std::optional<size_t> count;
     ReceptionOptions options;
 };
 
 void describe(Grammar& grammar, OutputOptions& output, Read& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     grammar.optionalWord("N", "Bytes to read, decimal; default: no limit", request.count,
                          [](const std::string& text) { return parseCount(text, maxBytes, "one read"); });
     describeHex(grammar, request.options.hex);
@@ -43,7 +43,7 @@ void check(Read& request)
 
 std::string traffic(const Read& request)
 {
-    return (request.count ? "[" + std::to_string(*request.count) + "]  " : "") + request.settings();
+    return (request.count ? "[" + std::to_string(*request.count) + "]  " : "") + request.traffic();
 }
 
 void run(const Read& request, Output& output)
@@ -53,7 +53,7 @@ void run(const Read& request, Output& output)
     if (reception.count == 0)
         throw Failure{TransferFailed,
                       request.path + ": nothing received within " + limitText(reception, request.options) + " at " +
-                          request.settings(),
+                          request.text(),
                       "another --baud, or check whether TX and RX are swapped"};
     throwIfIncomplete(reception, request.options, request.path);
     reportEnding(reception);
@@ -91,13 +91,13 @@ void check(Message& message)
         refuse("no bytes to send");
 }
 
-struct Write : Line {
+struct Write : PortSettings {
     Message message;  ///< only the first piece, if it is standard input
 };
 
 void describe(Grammar& grammar, OutputOptions& /*output*/, Write& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     describeMessage(grammar, request.message, "Hex pairs instead of text");
 }
 
@@ -125,7 +125,7 @@ void run(const Write& request, Output& output)
     }
 }
 
-struct Ask : Line {
+struct Ask : PortSettings {
     Message question;
     ReceptionOptions options;
     bool skipEcho = false;
@@ -133,7 +133,7 @@ struct Ask : Line {
 
 void describe(Grammar& grammar, OutputOptions& output, Ask& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     describeMessage(grammar, request.question, "Hex pairs instead of text, in and out; one line per burst");
     grammar.flag("--skip-echo", "Ignore the echo of the question before the answer", request.skipEcho);
     describeReception(grammar, request.options, "1");
@@ -168,26 +168,26 @@ void run(const Ask& request, Output& output)
     if (reception.count == 0)
         throw Failure{TransferFailed,
                       request.path + ": no answer within " + limitText(reception, request.options) + " at " +
-                          request.settings(),
+                          request.text(),
                       "another --baud or --eol, or check whether TX and RX are swapped"};
     throwIfIncomplete(reception, request.options, request.path);
     reportEnding(reception);
 }
 
-struct Echo : Line {
+struct Echo : PortSettings {
     bool hex = false;
 };
 
 void describe(Grammar& grammar, OutputOptions& output, Echo& request)
 {
-    describeLine(grammar, request);
+    describePort(grammar, request);
     describeHex(grammar, request.hex);
     grammar.output(output, true);
 }
 
 std::string traffic(const Echo& request)
 {
-    return request.settings();
+    return request.traffic();
 }
 
 void run(const Echo& request, Output& output)

@@ -10,16 +10,16 @@ namespace uart
 namespace
 {
 
-/// The baud rates of the library, in ascending order.
-constexpr std::array<int, 26> baudRates = {
+/// The baud rates of Uart, in ascending order.
+constexpr std::array<uint32_t, 26> baudRates = {
     110,    150,    200,    300,    600,    1200,    2400,    4800,    9600,    19200,   38400,   57600,   115200,
     230400, 460800, 500000, 576000, 921600, 1000000, 1152000, 1500000, 2000000, 2500000, 3000000, 3500000, 4000000};
 
-std::vector<std::string> textsOf(const std::array<int, 26>& rates)
+std::vector<std::string> baudRateTexts()
 {
     std::vector<std::string> texts;
-    std::transform(rates.begin(), rates.end(), std::back_inserter(texts),
-                   [](int rate) { return std::to_string(rate); });
+    std::transform(baudRates.begin(), baudRates.end(), std::back_inserter(texts),
+                   [](uint32_t rate) { return std::to_string(rate); });
     return texts;
 }
 
@@ -61,23 +61,74 @@ uint8_t escapedByte(const std::string& text, size_t& at)
     }
 }
 
+std::string parseTty(const std::string& text)
+{
+    const std::string path = parsePort(text);
+    if (path == "/dev/ptmx")
+        refuse("port " + text + ": would be a new pseudo-terminal; name a port that exists");
+    return path;
+}
+
 }  // namespace
 
-std::string Line::settings() const
+std::string PortSettings::text() const
 {
     const char* const letter = parity == "none" ? "N" : parity == "even" ? "E" : "O";
     return std::to_string(baudRate) + " 8" + letter + std::to_string(stopBits);
 }
 
-void describeLine(Grammar& grammar, Line& line)
+std::string PortSettings::traffic() const
+{
+    std::string steps = text();
+    if (dtr)
+        steps += *dtr ? ", DTR on" : ", DTR off";
+    if (rts)
+        steps += *rts ? ", RTS on" : ", RTS off";
+    return sendBreak ? steps + ", break" : steps;
+}
+
+Argument& describeSwitch(Grammar& grammar, const std::string& name, const std::string& help, std::optional<bool>& field)
+{
+    return grammar.option(name, "STATE", help, field, [](const std::string& text) { return text == "on"; })
+        .choose({"on", "off"});
+}
+
+void describeModemLines(Grammar& grammar, std::optional<bool>& dtr, std::optional<bool>& rts, bool& sendBreak)
+{
+    describeSwitch(grammar, "--dtr", "Set DTR", dtr);
+    describeSwitch(grammar, "--rts", "Set RTS", rts);
+    grammar.flag("--break", "Send a break of 0.25 s", sendBreak);
+}
+
+void describeFrame(Grammar& grammar, PortSettings& settings)
+{
+    grammar.option("--parity", "P", "Parity", settings.parity, parseWord, "none").choose({"none", "even", "odd"});
+    grammar.option("--stop-bits", "N", "Stop bits", settings.stopBits, parseStopBits, "1").choose({"1", "2"});
+    grammar.flag("--no-reset", "Keep DTR and RTS asserted when the port closes, so that the next open resets no board",
+                 settings.noReset);
+    describeModemLines(grammar, settings.dtr, settings.rts, settings.sendBreak);
+}
+
+void describePort(Grammar& grammar, PortSettings& settings)
 {
     grammar
-        .word("PORT", "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards waiting input", line.path,
-              parsePort)
+        .word("PORT", "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards waiting input",
+              settings.path, parsePort)
         .complete(Candidates::SerialPorts);
-    grammar.option("-b,--baud", "N", "Baud rate", line.baudRate, parseBaudRate, "115200").suggest(textsOf(baudRates));
-    grammar.option("--parity", "P", "Parity", line.parity, parseWord, "none").choose({"none", "even", "odd"});
-    grammar.option("--stop-bits", "N", "Stop bits", line.stopBits, parseStopBits, "1").choose({"1", "2"});
+    grammar.option("-b,--baud", "N", "Any baud rate", settings.baudRate, parseBaudRate, "115200")
+        .suggest(baudRateTexts());
+    describeFrame(grammar, settings);
+}
+
+void describeTty(Grammar& grammar, std::string& path)
+{
+    grammar.word("PORT", "ttyUSB0, or a path; opening asserts DTR and RTS, which resets some boards", path, parseTty)
+        .complete(Candidates::SerialPorts);
+}
+
+void describeBaud(Grammar& grammar, std::optional<uint32_t>& baudRate)
+{
+    grammar.option("-b,--baud", "N", "Any baud rate", baudRate, parseBaudRate).suggest(baudRateTexts());
 }
 
 std::string byteCount(size_t count)
@@ -101,22 +152,19 @@ std::string parsePort(const std::string& text)
     return nodePath(text, "", false);
 }
 
-int parseBaudRate(const std::string& text)
+uint32_t parseBaudRate(const std::string& text)
 {
     const auto rate = numberOf(text, 10);
     if (!rate)
         refuse("baud rate \"" + text + "\": must be a decimal number, such as 115200");
-    const auto* above = std::find_if(baudRates.begin(), baudRates.end(),
-                                     [&](int known) { return static_cast<uint64_t>(known) >= *rate; });
-    if (above != baudRates.end() && static_cast<uint64_t>(*above) == *rate)
-        return *above;
+    if (*rate == 0 || *rate > UINT32_MAX)
+        refuse("baud rate " + text + ": must be 1 to " + std::to_string(UINT32_MAX));
+    return static_cast<uint32_t>(*rate);
+}
 
-    std::string nearest;
-    if (above != baudRates.begin())
-        nearest = std::to_string(*(above - 1));
-    if (above != baudRates.end())
-        nearest += (nearest.empty() ? "" : ", ") + std::to_string(*above);
-    refuse("baud rate " + text + ": not supported; nearest: " + nearest);
+bool isRateOfUart(uint32_t rate)
+{
+    return std::binary_search(baudRates.begin(), baudRates.end(), rate);
 }
 
 ByteArray parseText(const std::vector<std::string>& words)

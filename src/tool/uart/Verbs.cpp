@@ -5,4 +5,8 @@ void addUartVerbs(Verbs& verbs)
     uart::addTransfers(verbs);
     uart::addTerm(verbs);
     uart::addPipe(verbs);
+    uart::addInfo(verbs);
+    uart::addSet(verbs);
+    uart::addTest(verbs);
+    uart::addBaud(verbs);
 }

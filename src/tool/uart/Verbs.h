@@ -7,6 +7,10 @@ void addUartVerbs(Verbs& verbs);
 namespace uart
 {
 
+void addBaud(Verbs& verbs);
+void addInfo(Verbs& verbs);
+void addSet(Verbs& verbs);
+void addTest(Verbs& verbs);
 void addTransfers(Verbs& verbs);  // read, write, ask, echo
 void addPipe(Verbs& verbs);
 void addTerm(Verbs& verbs);
