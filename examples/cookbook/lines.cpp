@@ -1,11 +1,12 @@
 // Prints each line that a serial port receives, until none has come for two seconds: lines /dev/ttyUSB0
-#include "LineReader.h"
+#include <serialComm/LineReader.h>
 
 #include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 int main(int argc, char* argv[])
 {
@@ -17,10 +18,16 @@ int main(int argc, char* argv[])
     }
 
     Uart port{argv[1], 115200, 1, "none", true};
-    if (!port.init())
+    Line line{argv[1]};
+    if (!port.init() || !line.init())
         return EXIT_FAILURE;
-    LineReader reader{port};
-    while (const std::optional<std::string> line = reader.next(std::chrono::seconds{2}))
-        std::printf("[%s]\n", line->c_str());
-    return reader.gone() ? EXIT_FAILURE : EXIT_SUCCESS;
+    LineReader reader{port, line};
+    bool failed = false;
+    while (const auto bytes = reader.until('\n', std::chrono::seconds{2}, &failed)) {
+        std::string text{bytes->begin(), bytes->end()};
+        if (!text.empty() && text.back() == '\r')
+            text.pop_back();
+        std::printf("[%s]\n", text.c_str());
+    }
+    return failed ? EXIT_FAILURE : EXIT_SUCCESS;  // the port is gone, or it is only silent
 }

@@ -1,12 +1,13 @@
 // Prints each line that a serial port receives, and opens the port again when it was unplugged; ends at the line "end":
 //     reconnect /dev/serial/by-id/usb-...
-#include "LineReader.h"
+#include <serialComm/LineReader.h>
 
 #include <log4cplus/configurator.h>
 #include <log4cplus/initializer.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
 
 int main(int argc, char* argv[])
@@ -20,16 +21,20 @@ int main(int argc, char* argv[])
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 
     Uart port{argv[1], 115200, 1, "none", true};
+    Line line{argv[1]};
     for (;;) {
-        while (!port.init())  // each attempt that fails logs an ERROR line
+        while (!port.init() || !line.init())  // each attempt that fails logs an ERROR line
             std::this_thread::sleep_for(std::chrono::milliseconds{200});
         std::puts("connected");
-        for (LineReader reader{port}; !reader.gone();) {
-            const std::optional<std::string> line = reader.next(std::chrono::seconds{1});
-            if (line == "end")
+        LineReader reader{port, line};
+        for (bool gone = false; !gone;) {
+            const std::optional<ByteArray> bytes = reader.until('\n', std::chrono::seconds{1}, &gone);
+            if (!bytes)
+                continue;
+            const std::string text{bytes->begin(), bytes->end()};
+            if (text == "end")
                 return EXIT_SUCCESS;
-            if (line)
-                std::printf("[%s]\n", line->c_str());
+            std::printf("[%s]\n", text.c_str());
         }
         std::puts("unplugged");
     }
