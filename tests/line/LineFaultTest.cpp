@@ -260,9 +260,9 @@ TEST_F(LineFaults, EveryFrameGoesToTheKernelAndBack)
             EXPECT_TRUE(line->setSettings(settings)) << "read back as another frame";
         }
         ScriptedKernel kernel{{attributes(flags, 9600)}};
-        const auto inForce = line->settings();
-        EXPECT_EQ(row.dataBits, inForce->dataBits);
-        EXPECT_EQ(row.parity, inForce->parity);
+        const auto current = line->settings();
+        EXPECT_EQ(row.dataBits, current->dataBits);
+        EXPECT_EQ(row.parity, current->parity);
     }
 }
 

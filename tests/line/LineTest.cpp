@@ -88,14 +88,14 @@ TEST_F(LineOnPseudoTerminal, SettingsAreInForceForEveryProcess)
     for (const auto& row : table) {
         EXPECT_TRUE(line.setSettings(row.settings)) << row.seen;
         EXPECT_EQ(row.seen, attributesSeenByAnotherProcess(name));
-        const std::optional<Line::Settings> inForce = line.settings();
-        ASSERT_TRUE(inForce);
-        EXPECT_EQ(row.settings.baudRate, inForce->baudRate);
-        EXPECT_EQ(row.settings.stopBits, inForce->stopBits);
-        EXPECT_EQ(row.settings.rtsCts, inForce->rtsCts);
-        EXPECT_EQ(row.settings.xonXoff, inForce->xonXoff);
-        EXPECT_EQ(row.settings.ignoreCarrier, inForce->ignoreCarrier);
-        EXPECT_EQ(row.settings.hangUpOnClose, inForce->hangUpOnClose);
+        const std::optional<Line::Settings> current = line.settings();
+        ASSERT_TRUE(current);
+        EXPECT_EQ(row.settings.baudRate, current->baudRate);
+        EXPECT_EQ(row.settings.stopBits, current->stopBits);
+        EXPECT_EQ(row.settings.rtsCts, current->rtsCts);
+        EXPECT_EQ(row.settings.xonXoff, current->xonXoff);
+        EXPECT_EQ(row.settings.ignoreCarrier, current->ignoreCarrier);
+        EXPECT_EQ(row.settings.hangUpOnClose, current->hangUpOnClose);
     }
     EXPECT_THAT(lines(), IsEmpty());
 }
@@ -112,7 +112,7 @@ TEST_F(LineOnPseudoTerminal, WhatTheDriverChangesFailsWithWhatIsInForce)
     const struct {
         Line::Settings settings;
         const char* asked;
-        const char* inForce;
+        const char* current;
     } table[] = {
         {settingsWith([](auto& s) { s.dataBits = 7; }), "9600 7N1", "9600 8N1"},
         {settingsWith([](auto& s) { s.dataBits = 5, s.stopBits = 2; }), "9600 5N2", "9600 8N2"},
@@ -128,7 +128,7 @@ TEST_F(LineOnPseudoTerminal, WhatTheDriverChangesFailsWithWhatIsInForce)
     for (const auto& row : table) {
         EXPECT_FALSE(line.setSettings(row.settings));
         EXPECT_THAT(lines(), ElementsAre("ERROR Line settings differ on " + name + ": asked for " + row.asked +
-                                         ", in force " + row.inForce));
+                                         ", in force " + row.current));
     }
 }
 

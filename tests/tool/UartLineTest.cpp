@@ -273,7 +273,7 @@ TEST(UartLine, TransfersAtAnyRateAndRestoresTheOneThatItFound)
 {
     const struct {
         const char* rate;
-        unsigned int inForce;
+        unsigned int current;
     } rows[] = {{"250000", 250000}, {"9600", 9600}, {"14400", 14400}, {"4000001", 4000001}};
     const Device device;
     EXPECT_EQ(0, toolAt(device, {"set", "-b", "31250"}).status);
@@ -288,7 +288,7 @@ TEST(UartLine, TransfersAtAnyRateAndRestoresTheOneThatItFound)
         peer.join();
         EXPECT_EQ("ok", outcome.out);
         EXPECT_EQ("", outcome.err);
-        EXPECT_EQ(row.inForce, seen);
+        EXPECT_EQ(row.current, seen);
         EXPECT_EQ(31250U, rateOf(device));
     }
 }

@@ -107,12 +107,12 @@ static std::string describe(const Line::Settings& settings)
 }
 
 /// Whether the driver applied the settings. A rate may be rounded by 2 percent, as in the kernel.
-static bool isInForce(const Line::Settings& asked, Line::Settings inForce)
+static bool isApplied(const Line::Settings& asked, Line::Settings current)
 {
-    if (std::abs(int64_t{asked.baudRate} - int64_t{inForce.baudRate}) <= asked.baudRate / 50) {
-        inForce.baudRate = asked.baudRate;
+    if (std::abs(int64_t{asked.baudRate} - int64_t{current.baudRate}) <= asked.baudRate / 50) {
+        current.baudRate = asked.baudRate;
     }
-    return describe(asked) == describe(inForce);
+    return describe(asked) == describe(current);
 }
 
 static std::string describe(const Line::Rs485& settings)
@@ -204,10 +204,10 @@ bool Line::setSettings(const Settings& asked)
         return false;
     }
 
-    const Settings inForce = decode(attributes);
-    if (!isInForce(asked, inForce)) {
+    const Settings current = decode(attributes);
+    if (!isApplied(asked, current)) {
         LOG(ERROR, "Line settings differ on " << path << ": asked for " << describe(asked) << ", in force "
-                                              << describe(inForce));
+                                              << describe(current));
         return false;
     }
     return true;
@@ -242,13 +242,13 @@ bool Line::setRs485(const Rs485& asked)
         return false;
     }
 
-    const std::optional<Rs485> inForce = rs485();
-    if (inForce && describe(*inForce) != describe(asked)) {
+    const std::optional<Rs485> current = rs485();
+    if (current && describe(*current) != describe(asked)) {
         LOG(ERROR, "Line RS-485 differs on " << path << ": asked for " << describe(asked) << ", in force "
-                                             << describe(*inForce));
+                                             << describe(*current));
         return false;
     }
-    return inForce.has_value();
+    return current.has_value();
 }
 
 std::optional<Line::Hardware> Line::hardware() const
@@ -276,12 +276,12 @@ bool Line::setLowLatency(bool on)
         return false;
     }
 
-    const std::optional<Hardware> inForce = hardware();
-    if (inForce && inForce->lowLatency != on) {
-        LOG(ERROR, "Line low latency differs on " << path << ": in force " << inForce->lowLatency);
+    const std::optional<Hardware> current = hardware();
+    if (current && current->lowLatency != on) {
+        LOG(ERROR, "Line low latency differs on " << path << ": in force " << current->lowLatency);
         return false;
     }
-    return inForce.has_value();
+    return current.has_value();
 }
 
 std::optional<Line::ModemLines> Line::modemLines() const

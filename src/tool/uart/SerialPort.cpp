@@ -63,10 +63,10 @@ SerialPort::~SerialPort()
 void SerialPort::setBaudRate(uint32_t rate)
 {
     const ErrorScope errors;
-    std::optional<Line::Settings> inForce = line.settings();
-    if (inForce)
-        inForce->baudRate = rate;
-    if (!inForce || !line.setSettings(*inForce))
+    std::optional<Line::Settings> current = line.settings();
+    if (current)
+        current->baudRate = rate;
+    if (!current || !line.setSettings(*current))
         throw lineFailure(CannotOpen, line, "baud rate", errors);
     tcflush(fd, TCIFLUSH);  // received at another rate
 }

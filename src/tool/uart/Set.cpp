@@ -110,6 +110,8 @@ void apply(const Set& request, Line& line)
     const ErrorScope errors;
     if (request.changesSettings()) {
         const auto found = line.settings();
+        if (found && found->baudRate == 0 && !request.baudRate)
+            throw Failure{TransferFailed, request.path + ": no baud rate is set", "--baud as well"};
         if (!found || !line.setSettings(changed(*found, request)))
             throw lineFailure(TransferFailed, line, "settings", errors);
     }
@@ -125,7 +127,7 @@ void apply(const Set& request, Line& line)
 }
 
 /// What is in force, as far as this request concerns it.
-std::string inForce(const Set& request, const Line& line)
+std::string current(const Set& request, const Line& line)
 {
     std::string text;
     const auto settings = line.settings();
@@ -153,11 +155,11 @@ void run(const Set& request, Output& /*output*/)
         printError(request.path + ": the driver has rounded " + std::to_string(*request.baudRate) + " baud to " +
                    std::to_string(settings->baudRate));
 
-    const std::string before = inForce(request, line);
+    const std::string before = current(request, line);
     if (before.empty())
         return;
     openLine(line);  // closes it first
-    const std::string after = inForce(request, line);
+    const std::string after = current(request, line);
     if (after != before)
         printError(request.path + ": the driver did not keep " + before + " when the port was closed, but has " +
                    after);
