@@ -108,7 +108,7 @@ TEST(BaudRanking, TextIsFoundAtEveryRate)
 TEST(BaudRanking, BinaryDataIsFoundByFramingErrorsAtAHigherRate)
 {
     for (const uint32_t rate : rates) {
-        for (const size_t pause : {0, 3, 20}) {
+        for (const size_t pause : {0U, 3U, 20U}) {
             const BaudRanking found = ranking({rate, pause}, unordered());
             EXPECT_EQ(rate, found.scores[0].baudRate);
             EXPECT_EQ(rate != rates.back(), found.decided) << rate << ", pause " << pause;
