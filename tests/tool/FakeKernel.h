@@ -1,5 +1,5 @@
-// An i2c-dev bus and a spidev device inside the test's own process: open, stat, close, read, write and ioctl of a
-// program that links this go to them for the paths that they have, and to the kernel for all others.
+// An i2c-dev bus and a spidev device inside the test's own process: open, stat, euidaccess, close, read, write and
+// ioctl of a program that links this go to them for the paths that they have, and to the kernel for all others.
 #pragma once
 
 #include <serialComm/SyncSerialBase.h>
@@ -52,7 +52,8 @@ public:
     /// What a new descriptor leads to; nothing: to the node itself.
     virtual std::shared_ptr<FakeDevice> opened() { return nullptr; }
     [[nodiscard]] virtual unsigned int majorNumber() const { return 0; }
-    int openError = 0;  ///< errno of open
+    int openError = 0;    ///< errno of open
+    int accessError = 0;  ///< errno of euidaccess
 
     virtual long write(const ByteArray& /*bytes*/) { return -22; }
     virtual long read(uint8_t* /*buffer*/, size_t /*count*/) { return -22; }

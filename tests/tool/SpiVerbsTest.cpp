@@ -1,6 +1,7 @@
 // The verbs of SPI against a device in this process: what goes over the wire, what is printed, how they end.
 
 #include "FakeKernel.h"
+#include "Folder.h"
 
 #include "base/Bytes.h"
 #include "cli/CommandLine.h"
@@ -664,15 +665,6 @@ TEST_F(SpiFlash, RefusesWhatContradictsTheAction)
     EXPECT_EQ("serialcomm: no bytes to write\n", tool("spi flash 2.0 write 0x0", "").err);
     EXPECT_TRUE(bus->sent.empty());
 }
-
-struct Folder {
-    Folder() { EXPECT_NE(nullptr, mkdtemp(path.data())); }
-    ~Folder() { EXPECT_EQ(0, system(("rm -r " + path).c_str())); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string path = testing::TempDir() + "spi.XXXXXX";
-};
 
 std::string contentOf(const std::string& path)
 {
