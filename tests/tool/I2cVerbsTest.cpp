@@ -472,7 +472,7 @@ TEST_F(I2cVerbs, TestReadsAgainAndAgain)
              "\n"},
             {"i2c test 4 0x49 --read 0x00 --count 2", 1, "register 0x00: 2 reads, 2 without an answer\n",
              "serialcomm: no answer from 0x49 on /dev/i2c-4\n  try: serialcomm i2c scan 4\n"},
-            {"i2c test 4 0x48", 2, "", "serialcomm: i2c test: --read is required\n"},
+            {"i2c test 4 0x48", 2, "", "serialcomm: i2c test: --read is required\n  try: serialcomm i2c test --help\n"},
             {"i2c test 4 0x48 --read 5", 2, "", tool("i2c get 4 0x48 5").err}});
     unreliable({2, 5}, {});
     expect(

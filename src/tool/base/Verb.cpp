@@ -36,6 +36,12 @@ Argument& Argument::takeMany()
     return *this;
 }
 
+Argument& Argument::require()
+{
+    required = true;
+    return *this;
+}
+
 Argument& Grammar::add(Argument argument)
 {
     return *all.emplace_back(std::make_unique<Argument>(std::move(argument)));

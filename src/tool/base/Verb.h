@@ -40,6 +40,7 @@ struct Argument {
     Argument& exclude(const std::string& option);
     Argument& show(const std::string& text);
     Argument& takeMany();
+    Argument& require();
 };
 
 /// A verb's words and options, in the order in which help shows them. Each parses straight into a field of the request;

@@ -67,7 +67,7 @@ std::string callOf(const Verb& verb, const Command& command)
 {
     std::string call = "serialcomm " + verb.words();
     for (const auto& argument : command.grammar.arguments()) {
-        if (!argument->isOption())
+        if (!argument->isOption() || argument->required)
             call += ' ' + synopsisOf(*argument);
     }
     return call;

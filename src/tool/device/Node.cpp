@@ -84,7 +84,7 @@ NodeAccess accessTo(const std::string& path)
 std::string userName()
 {
     const struct passwd* entry = getpwuid(geteuid());
-    return entry == nullptr ? "USER" : entry->pw_name;
+    return entry == nullptr ? std::to_string(geteuid()) : entry->pw_name;
 }
 
 std::string otherUser(const std::string& path)

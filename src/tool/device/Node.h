@@ -45,7 +45,7 @@ struct NodeAccess {
 
 NodeAccess accessTo(const std::string& path);
 
-/// The name of the user that this process runs as.
+/// The name of the user that this process runs as, or the number where it has none.
 std::string userName();
 
 /// "serialcomm (process 4711)" for another process that has the node open, if possible locked; "another program" where

@@ -26,7 +26,10 @@ struct Test : ChipRequest {
 void describe(Grammar& grammar, OutputOptions& output, Test& request)
 {
     describeChip(grammar, request);
-    grammar.repeatedOption("--read", "REG...", "Registers whose value does not change", request.words).takeMany();
+    grammar.repeatedOption("--read", "REG...", "Registers whose value does not change", request.words)
+        .takeMany()
+        .require()
+        .show("--read REG...");
     grammar.option("--count", "N", "Read each register N times", request.count, parseRepeatCount, "100");
     grammar.output(output, true);
 }
@@ -34,8 +37,6 @@ void describe(Grammar& grammar, OutputOptions& output, Test& request)
 void check(Test& request)
 {
     check(static_cast<const ChipRequest&>(request));
-    if (request.words.empty())
-        refuse("i2c test: --read is required");
     for (const std::string& word : request.words)
         request.registers.push_back(parseRegister(word));
 }
