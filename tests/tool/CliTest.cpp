@@ -46,6 +46,7 @@ TEST(CommandLine, AMistakeGetsAHintThatWorks)
         {"read ttyUSB0 5", "read: unknown verb", "serialcomm uart read ttyUSB0 5"},
         {"read", "read: unknown verb", "serialcomm help"},
         {"i2c list", "i2c list: unknown verb", "serialcomm list i2c"},
+        {"spi doctor", "spi doctor: unknown verb", "serialcomm doctor spi"},
         {"i2c detect 4", "i2c detect: unknown verb", "serialcomm i2c scan 4"},
         {"i2c Get 4 0x48 0x00", "i2c Get: unknown verb", "serialcomm i2c get 4 0x48 0x00"},
         {"i2cget 4 0x48 0x00", "i2cget: unknown verb", "serialcomm i2c get 4 0x48 0x00"},
@@ -97,7 +98,7 @@ TEST(Completion, ListsWhatCanComeNext)
             line += (line.empty() ? "" : " ") + candidate;
         return line;
     };
-    EXPECT_EQ("list i2c spi uart batch help version", candidates({""}));
+    EXPECT_EQ("list doctor i2c spi uart batch help version", candidates({""}));
     EXPECT_EQ("i2c", candidates({"i"}));
     EXPECT_EQ("get", candidates({"-v", "i2c", "ge"}));
     EXPECT_EQ("i2c", candidates({"help", "i"}));

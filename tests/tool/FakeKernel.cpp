@@ -95,6 +95,13 @@ __attribute__((visibility("default"))) int stat(const char* path, struct stat* s
     return 0;
 }
 
+__attribute__((visibility("default"))) int euidaccess(const char* path, int mode) noexcept
+{
+    static auto* const real = next<int(const char*, int)>("euidaccess");
+    const auto node = nodeAt(path);
+    return node ? static_cast<int>(finish(-node->accessError)) : real(path, mode);
+}
+
 __attribute__((visibility("default"))) int close(int fd)
 {
     static auto* const real = next<int(int)>("close");

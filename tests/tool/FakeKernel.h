@@ -1,5 +1,5 @@
 // A fake i2c-dev bus and a fake spidev device in the test's own process: in a program that links this, open, stat,
-// close, read, write and ioctl use them for their paths, and the kernel for all others.
+// euidaccess, close, read, write and ioctl use them for their paths, and the kernel for all others.
 #pragma once
 
 #include <serialComm/SyncSerialBase.h>
@@ -52,7 +52,8 @@ public:
     /// The object behind a new descriptor; null: the node itself.
     virtual std::shared_ptr<FakeDevice> opened() { return nullptr; }
     [[nodiscard]] virtual unsigned int majorNumber() const { return 0; }
-    int openError = 0;  ///< errno of open
+    int openError = 0;    ///< errno of open
+    int accessError = 0;  ///< errno of euidaccess
 
     virtual long write(const ByteArray& /*bytes*/) { return -22; }
     virtual long read(uint8_t* /*buffer*/, size_t /*count*/) { return -22; }

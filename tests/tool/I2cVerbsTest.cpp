@@ -425,6 +425,69 @@ TEST_F(I2cVerbs, ScanTheBus)
     EXPECT_NE(std::string::npos, every.err.find("every address seems to answer")) << every.err;
 }
 
+/// Registers that on some of the reads, counted from 1, do not answer or have a bit flipped.
+class UnreliableRegisters : public FakeRegisters
+{
+public:
+    using FakeRegisters::FakeRegisters;
+
+    std::optional<ByteArray> read(size_t count) override
+    {
+        ++reads;
+        if (std::count(silent.begin(), silent.end(), reads) > 0)
+            return {};
+        auto bytes = FakeRegisters::read(count);
+        if (std::count(flipped.begin(), flipped.end(), reads) > 0)
+            bytes->front() ^= 0x01;
+        return bytes;
+    }
+
+    std::vector<int> silent;
+    std::vector<int> flipped;
+
+private:
+    int reads = 0;
+};
+
+TEST_F(I2cVerbs, TestReadsAgainAndAgain)
+{
+    const std::string remedy =
+        "\n  try: stronger pull-ups, shorter wires, a lower bus clock; registers that keep their value\n";
+    const auto unreliable = [this](const std::vector<int>& silent, const std::vector<int>& flipped) {
+        const auto chip = std::make_shared<UnreliableRegisters>(4);
+        chip->memory = {0x19, 0x80, 0x60, 0xa0};
+        chip->silent = silent;
+        chip->flipped = flipped;
+        bus->chips[0x48] = chip;
+    };
+    expect({{"i2c test 4 0x48 --read 0x00 0x02 --count 2", 0,
+             "register 0x00: 2 reads, always 19\nregister 0x02: 2 reads, always 60\n", "",
+             "S 48 W 00 Sr 48 R [1] P\nS 48 W 02 Sr 48 R [1] P\nS 48 W 00 Sr 48 R [1] P\nS 48 W 02 Sr 48 R [1] P\n"},
+            {"i2c test 4 0x48 --read 0x00 --read 0x02 --count 1 -n", 0,
+             "S 48 W 00 Sr 48 R [1] P\nS 48 W 02 Sr 48 R [1] P\n"},
+            {"i2c test 4 0x48 --read 0x03", 0, "register 0x03: 100 reads, always a0\n"},
+            {"i2c test 4 0x40 --read 0x0102 --count 1", 0, "register 0x0102: 1 read, always 12\n"},
+            {"i2c test 4 0x48 --read 0x00 --count 1 --json", 0,
+             R"({"device":"/dev/i2c-4","address":"0x48","register":"0x00","reads":1,"errors":0,"changes":0,"value":25})"
+             "\n"},
+            {"i2c test 4 0x49 --read 0x00 --count 2", 1, "register 0x00: 2 reads, 2 without an answer\n",
+             "serialcomm: no answer from 0x49 on /dev/i2c-4\n  try: serialcomm i2c scan 4\n"},
+            {"i2c test 4 0x48", 2, "", "serialcomm: i2c test: --read is required\n  try: serialcomm i2c test --help\n"},
+            {"i2c test 4 0x48 --read 5", 2, "", tool("i2c get 4 0x48 5").err}});
+    unreliable({2, 5}, {});
+    expect(
+        {{"i2c test 4 0x48 --read 0x00 0x02 --count 3", 1,
+          "register 0x00: 3 reads, 1 without an answer\nregister 0x02: 3 reads, 1 without an answer\n",
+          "serialcomm: 0x48 on /dev/i2c-4: 2 of 6 reads without an answer, 0 with another value than the one before" +
+              remedy}});
+    unreliable({1}, {3});
+    expect(
+        {{"i2c test 4 0x48 --read 0x00 --count 5", 1,
+          "register 0x00: 5 reads, 1 without an answer, 2 changes, the first at read 3: 19, then 18\n",
+          "serialcomm: 0x48 on /dev/i2c-4: 1 of 5 reads without an answer, 2 with another value than the one before" +
+              remedy}});
+}
+
 TEST_F(I2cVerbs, RepeatARead)
 {
     expect(

@@ -1,6 +1,7 @@
 // The SPI verbs with a fake device in this process: traffic, output, exit status.
 
 #include "FakeKernel.h"
+#include "Folder.h"
 
 #include "base/Bytes.h"
 #include "cli/CommandLine.h"
@@ -20,6 +21,7 @@
 #include <regex>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 namespace
 {
@@ -260,6 +262,97 @@ TEST_F(SpiVerbs, RepeatATransfer)
     EXPECT_TRUE(
         std::regex_match(tool("spi transfer 2.0 9f --count 2 -t --json").out,
                          std::regex{R"((\{"time":\d+\.\d+,"device":"/dev/spidev2.0","bytes":\[[67]\]\}\n){2})"}));
+}
+
+/// The last line, without the rate.
+std::string summaryOf(const Outcome& outcome)
+{
+    const std::vector<std::string> lines = linesOf(outcome.out);
+    return lines.empty() ? "" : std::regex_replace(lines.back(), std::regex{"at \\d+"}, "at N");
+}
+
+TEST_F(SpiVerbs, TestComparesWhatComesBack)
+{
+    const Outcome outcome = tool("spi test 2.0 --speed 1M");
+    EXPECT_EQ(0, outcome.status);
+    EXPECT_EQ("", outcome.err);
+    EXPECT_EQ(1U, linesOf(outcome.out).size());
+    EXPECT_EQ("/dev/spidev2.0: 22 bursts, 6574 bytes at N bytes/s", summaryOf(outcome));
+    std::string values;
+    for (int value = 0; value < 256; ++value)
+        values += (value == 0 ? "" : " ") + hexPair(static_cast<unsigned int>(value));
+    EXPECT_EQ(values, bus->sent.front());
+    EXPECT_EQ(std::vector<uint32_t>(22, 1'000'000), bus->usedSpeeds);
+    const std::vector<std::string> sent = std::exchange(bus->sent, {});
+    expectPlanned(tool("spi test 2.0 -n").out, sent);
+    EXPECT_TRUE(bus->sent.empty());
+
+    kernel.devices[bufsizPath] = std::make_shared<FakeFile>("64\n");
+    EXPECT_EQ("/dev/spidev2.0: 14 bursts, 325 bytes at N bytes/s", summaryOf(tool("spi test 2.0")));
+}
+
+TEST_F(SpiVerbs, TestNamesTheFault)
+{
+    const auto shifted = [](const ByteArray& out) {  // all bits one place later
+        ByteArray in = out;
+        uint8_t carried = 0;
+        for (uint8_t& byte : in)
+            carried = static_cast<uint8_t>(std::exchange(byte, static_cast<uint8_t>(carried | byte >> 1)) << 7);
+        return in;
+    };
+    const struct {
+        std::function<ByteArray(const ByteArray&)> echo;
+        std::string firstLine;
+        std::string message;
+    } cases[] = {
+        {[](const ByteArray& out) { return ByteArray(out.size(), 0xff); },
+         "every value, 256 bytes: byte 0: sent 00, got ff; 255 bytes of 256 differ",
+         "21 of 22 bursts came back changed; all ff: MISO floats"},
+        {[](const ByteArray& out) { return ByteArray(out.size()); },
+         "every value, 256 bytes: byte 1: sent 01, got 00; 255 bytes of 256 differ",
+         "21 of 22 bursts came back changed; all 00: MISO is held low, or floats with a pull-down"},
+        {shifted, "every value, 256 bytes: byte 1: sent 01, got 00; 255 bytes of 256 differ",
+         "21 of 22 bursts came back changed; shifted by one bit: try another mode"},
+        {[](const ByteArray& out) {
+             ByteArray in = out;
+             if (in.size() == 256)
+                 in[17] ^= 0x04;
+             return in;
+         },
+         "every value, 256 bytes: byte 17: sent 11, got 15; 1 byte of 256 differs", "1 of 22 bursts came back changed"},
+        {[](const ByteArray& out) {  // a byte is dropped, and all behind it is early
+             ByteArray in = out;
+             if (in.size() == 64) {
+                 in.erase(in.begin() + 5);
+                 in.push_back(0);
+             }
+             return in;
+         },
+         "unordered, 64 bytes: byte 5: sent ", "1 of 22 bursts came back changed"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.message);
+        bus->exchange = row.echo;
+        const Outcome outcome = tool("spi test 2.0");
+        EXPECT_EQ(1, outcome.status);
+        EXPECT_EQ(row.firstLine, linesOf(outcome.out).front().substr(0, row.firstLine.size()));
+        EXPECT_EQ("/dev/spidev2.0: 22 bursts, 6574 bytes at N bytes/s", summaryOf(outcome));
+        EXPECT_EQ("serialcomm: /dev/spidev2.0: " + row.message +
+                      "\n  try: a jumper between MOSI and MISO, a lower --speed, another --mode\n",
+                  outcome.err);
+    }
+    bus->exchange = cases[3].echo;
+    const std::vector<std::string> lines = linesOf(tool("spi test 2.0 --json").out);
+    EXPECT_EQ(23U, lines.size());
+    EXPECT_EQ(R"({"device":"/dev/spidev2.0","burst":"every value, 256 bytes","size":256,)"
+              R"("error":{"position":17,"sent":17,"got":21,"count":1}})",
+              lines[0]);
+    EXPECT_EQ(R"({"device":"/dev/spidev2.0","burst":"00, 16 bytes","size":16,"error":null})", lines[1]);
+    EXPECT_TRUE(std::regex_match(
+        lines[22], std::regex{R"(\{"device":"/dev/spidev2.0","bursts":22,"errors":1,"bytes":6574,"rate":[1-9]\d*\})"}))
+        << lines[22];
+    bus->error = ESHUTDOWN;
+    EXPECT_EQ("serialcomm: /dev/spidev2.0 is gone: its driver was unbound\n", tool("spi test 2.0").err);
 }
 
 /// A serial flash as data sheets describe it: a command that changes it requires write enable, a program command clears
@@ -665,15 +758,6 @@ TEST_F(SpiFlash, RefusesWhatContradictsTheAction)
     EXPECT_EQ("serialcomm: no bytes to write\n", tool("spi flash 2.0 write 0x0", "").err);
     EXPECT_TRUE(bus->sent.empty());
 }
-
-struct Folder {
-    Folder() { EXPECT_NE(nullptr, mkdtemp(path.data())); }
-    ~Folder() { EXPECT_EQ(0, system(("rm -r " + path).c_str())); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string path = testing::TempDir() + "spi.XXXXXX";
-};
 
 std::string contentOf(const std::string& path)
 {

@@ -43,17 +43,17 @@ at_ttyUSB0() {
 
 # The verbs that help lists, one per line: "i2c get".
 verbs() {
-    serialcomm | sed -nE 's/^serialcomm ((i2c|spi|uart) [a-z]+|list|batch) .*/\1/p'
+    serialcomm | sed -nE 's/^serialcomm ((i2c|spi|uart) [a-z]+|list|doctor|batch) .*/\1/p'
 }
 
 # Runs the example of each help, as a dry run if it would open something.
 try_examples() {
     cd "$tmp" && touch request.bin setup.txt
     verbs | while read -r verb; do
-        case $verb in list) run='2>&1' ;; batch | 'spi info' | 'uart info' | 'uart set') run= ;; *) run=--dry-run ;; esac
+        case $verb in list) run='2>&1' ;; batch | doctor | 'spi info' | 'uart info' | 'uart set') run= ;; *) run=--dry-run ;; esac
         # shellcheck disable=SC2086 # a verb is words
         line=$(example_of $verb)
-        case $verb in 'spi info' | 'uart info' | 'uart set') line="$line --help" ;; esac
+        case $verb in doctor | 'spi info' | 'uart info' | 'uart set') line="$line --help" ;; esac
         eval "$line $run" >/dev/null || echo "wrong: $line"
     done
 }
@@ -186,4 +186,59 @@ node() {
 # as_nobody ARGS...: serialcomm as a user without groups.
 as_nobody() {
     setpriv --reuid=nobody --regid=nogroup --clear-groups serialcomm "$@"
+}
+
+# What the doctor finds on the words' bus, without what is no fault.
+faults() {
+    serialcomm doctor "$@" | sed '1d; /: disabled: /d; / in use by /d; s/kill [0-9]*/kill N/'
+}
+
+# Runs the commands that the doctor printed. On the board modules are files, and there is no usermod.
+# shellcheck disable=SC1091,SC2317
+repair() {
+    sudo() { "$@"; }
+    modprobe() { insmod "/lib/modules/$1.ko" 2>/dev/null || true; }
+    usermod() { sed -i "s/^$2:.*/&$3/" /etc/group; }
+    newgrp() { :; }
+    sed -n 's/^  //p' >"$tmp/commands"
+    . "$tmp/commands"
+}
+
+# Does the words as a user who is in no group but the own.
+as_alice() {
+    [ -e /etc/passwd ] || {
+        mkdir -p /etc
+        printf '%s\n' root:x:0:0::/:/bin/sh alice:x:1000:1000::/:/bin/sh >/etc/passwd
+        printf '%s\n' root:x:0: alice:x:1000: dialout:x:20: >/etc/group
+    }
+    su alice -c "$1"
+}
+
+# What the doctor says to alice, who is in the group, in a session that began before.
+session_before_group() {
+    sed -i 's/^dialout:.*/dialout:x:20:/' /etc/group
+    chmod 777 "$tmp"
+    as_alice "touch $tmp/begun; until [ -e $tmp/member ]; do sleep 0.1; done; serialcomm doctor uart" >"$tmp/out" &
+    await '[ -e $tmp/begun ]'
+    sed -i 's/^dialout:.*/&alice/' /etc/group
+    touch "$tmp/member"
+    wait
+    cat "$tmp/out"
+}
+
+# Does the words while a getty has /dev/ttymxc0.
+with_getty() {
+    setsid getty -L 115200 ttymxc0 vt100 </dev/null >/dev/null 2>&1 &
+    await 'serialcomm doctor uart | grep -q getty'
+    eval "$1"
+}
+
+# Does the words where device rules forbid a device: with_device_rule 'c 89:4 rw' 'serialcomm doctor'
+with_device_rule() {
+    mkdir -p /tmp/rules
+    [ -e /tmp/rules/cgroup.procs ] || mount -t cgroup -o devices none /tmp/rules
+    mkdir -p /tmp/rules/test
+    echo "$1" >/tmp/rules/test/devices.deny
+    (echo 0 >/tmp/rules/test/cgroup.procs && eval "$2") || true
+    echo "$1" >/tmp/rules/test/devices.allow
 }

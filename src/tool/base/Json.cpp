@@ -7,16 +7,6 @@
 namespace
 {
 
-/// The elements' texts with commas between them.
-template <typename Elements, typename TextOf>
-std::string joined(const Elements& elements, TextOf textOf)
-{
-    std::string text;
-    for (const auto& element : elements)
-        text += (text.empty() ? "" : ",") + textOf(element);
-    return text;
-}
-
 std::string quoted(const std::string& text)
 {
     return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -25,16 +15,6 @@ std::string quoted(const std::string& text)
 }  // namespace
 
 Json::Json(double number) : written(nlohmann::json(number).dump()) {}
-
-Json::Json(const ByteArray& bytes)
-    : written('[' + joined(bytes, [](uint8_t byte) { return std::to_string(byte); }) + ']')
-{
-}
-
-Json::Json(const std::vector<Json>& values)
-    : written('[' + joined(values, [](const Json& value) { return value.text(); }) + ']')
-{
-}
 
 Json::Json(const Fields& object) : written(object.text()) {}
 
@@ -52,6 +32,8 @@ Json& Fields::operator[](const std::string& name)
 
 std::string Fields::text() const
 {
-    return '{' + joined(fields, [](const auto& field) { return quoted(field.first) + ':' + field.second.text(); }) +
-           '}';
+    std::string text = "{";
+    for (const auto& [name, value] : fields)
+        text += (text.size() == 1 ? "" : ",") + quoted(name) + ':' + value.text();
+    return text + '}';
 }

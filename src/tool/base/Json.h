@@ -1,9 +1,8 @@
 // Values of JSON, made where the results are and written by Output.
 #pragma once
 
-#include <serialComm/SyncSerialBase.h>
-
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -20,9 +19,18 @@ public:
     Json(const char* text) : written(text), isText(true) {}
     Json(std::string text) : written(std::move(text)), isText(true) {}
     Json(double number);
-    Json(const ByteArray& bytes);
-    Json(const std::vector<Json>& values);
     Json(const Fields& object);
+    template <typename T>
+    Json(const std::vector<T>& values) : written("[")
+    {
+        for (const T& value : values)
+            written += (written.size() == 1 ? "" : ",") + Json{value}.text();
+        written += ']';
+    }
+    template <typename T>
+    Json(const std::optional<T>& value) : Json(value ? Json{*value} : Json{})
+    {
+    }
     template <typename T, std::enable_if_t<std::is_integral_v<T>, int> = 0>
     Json(T number) : written(std::to_string(number))
     {

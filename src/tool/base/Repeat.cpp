@@ -8,7 +8,7 @@
 
 using std::chrono::steady_clock;
 
-static size_t parseRepeatCount(const std::string& text)
+size_t parseRepeatCount(const std::string& text)
 {
     constexpr uint64_t most = 1'000'000;
     const uint64_t count = numberOf(text, 10).value_or(0);

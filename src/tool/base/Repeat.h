@@ -17,6 +17,9 @@ struct Repeat {
     [[nodiscard]] size_t results() const { return count == 0 && every.count() == 0 ? 1 : count; }
 };
 
+/// How often, for --count.
+size_t parseRepeatCount(const std::string& text);
+
 /// "--every", "--count" and "-t", for a verb whose results have the forms of Grammar::output(..., true, true).
 void describeRepeat(Grammar& grammar, Repeat& repeat);
 

@@ -30,6 +30,18 @@ Argument& Argument::show(const std::string& text)
     return *this;
 }
 
+Argument& Argument::takeMany()
+{
+    many = true;
+    return *this;
+}
+
+Argument& Argument::require()
+{
+    required = true;
+    return *this;
+}
+
 Argument& Grammar::add(Argument argument)
 {
     return *all.emplace_back(std::make_unique<Argument>(std::move(argument)));

@@ -28,6 +28,7 @@ struct Argument {
     std::vector<std::string> excludes = {};  ///< options that contradict this one
     std::function<void(const std::vector<std::string>&)> take = {};
     std::vector<std::string> suggestions = {};  ///< for completion, if other values are valid as well
+    bool many = false;                          ///< a repeated option takes all values behind it: "--read 0x00 0x01"
 
     [[nodiscard]] bool isOption() const { return name[0] == '-'; }
     [[nodiscard]] bool isFlag() const { return isOption() && value.empty(); }
@@ -38,6 +39,8 @@ struct Argument {
     Argument& suggest(std::vector<std::string> some);
     Argument& exclude(const std::string& option);
     Argument& show(const std::string& text);
+    Argument& takeMany();
+    Argument& require();
 };
 
 /// A verb's words and options, in the order in which help shows them. Each is parsed into a field of the request; so is

@@ -67,7 +67,7 @@ std::string synopsisOf(const Verb& verb, const Command& command)
 {
     std::string synopsis = "serialcomm " + verb.words();
     for (const auto& argument : command.grammar.arguments()) {
-        if (!argument->isOption())
+        if (!argument->isOption() || argument->required)
             synopsis += ' ' + synopsisOf(*argument);
     }
     return synopsis;

@@ -53,11 +53,9 @@ CLI::Option* addTo(CLI::App& app, const Argument& argument)
         return app.add_flag(argument.name)->disable_flag_override();
     CLI::Option* option = app.add_option(argument.name);
     option->multi_option_policy(argument.repeated ? CLI::MultiOptionPolicy::TakeAll : CLI::MultiOptionPolicy::TakeLast);
-    if (!argument.isOption()) {
-        option->required(argument.required);
-        if (argument.repeated)
-            option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
-    }
+    option->required(argument.required);
+    if (argument.repeated && (!argument.isOption() || argument.many))
+        option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
     return option;
 }
 

@@ -119,8 +119,9 @@ std::pair<Words, size_t> correction(const Words& words)
     const std::string bus = isBus(first) ? first : suggestion(first, busNames());
     if (!bus.empty() && !rest.empty()) {
         const std::string second = lowerCase(rest[0]);
-        if (suggestion(second, verbNames("")) == "list")
-            return {{"list", bus}, 2};
+        const std::string forAnyBus = suggestion(second, verbNames(""));
+        if (forAnyBus == "list" || forAnyBus == "doctor")
+            return {{forAnyBus, bus}, 2};
         const std::string verb = suggestion(second, verbNames(bus));
         if (!verb.empty())
             return {{bus, verb}, 2};

@@ -2,6 +2,7 @@
 
 #include "cli/Batch.h"
 #include "device/List.h"
+#include "doctor/Doctor.h"
 #include "i2c/Verbs.h"
 #include "spi/Verbs.h"
 #include "uart/Verbs.h"
@@ -12,7 +13,7 @@ const Verbs& allVerbs()
 {
     static const Verbs verbs = [] {
         Verbs all;
-        for (const auto add : {addListVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addBatchVerb})
+        for (const auto add : {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addBatchVerb})
             add(all);
         return all;
     }();

@@ -36,6 +36,22 @@ std::string descriptionOf(const Node& node)
     return printable(text);
 }
 
+/// "yes", or why this user may not open the node: "no: group i2c".
+std::string mayOpen(const std::string& path)
+{
+    const NodeAccess access = accessTo(path);
+    switch (access.verdict) {
+    case NodeAccess::Allowed:
+        return "yes";
+    case NodeAccess::Forbidden:
+        return "no: device rules";
+    case NodeAccess::NoPermission:
+    case NodeAccess::Unknown:
+        break;
+    }
+    return access.group.empty() ? "no: owner only" : "no: group " + access.group;
+}
+
 void show(const NodeKind& kind, Output& output)
 {
     const std::vector<Node> nodes = kind.nodes();

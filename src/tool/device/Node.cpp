@@ -1,49 +1,17 @@
 #include "device/Node.h"
 
-#include <dirent.h>
-#include <fcntl.h>
+#include "device/System.h"
+
 #include <grp.h>
 #include <pwd.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <fstream>
-#include <memory>
-#include <optional>
-#include <utility>
 
 namespace
 {
-
-bool isProcessNumber(const std::string& name)
-{
-    return name.find_first_not_of("0123456789") == std::string::npos;
-}
-
-std::optional<struct stat> statusOf(const std::string& path)
-{
-    struct stat status {
-    };
-    if (stat(path.c_str(), &status) != 0)
-        return {};
-    return status;
-}
-
-/// /proc/PID/fdinfo/FD lists the locks that were taken through the descriptor.
-bool holdsLock(const std::string& fdinfo)
-{
-    std::ifstream file{fdinfo};
-    for (std::string line; std::getline(file, line);) {
-        if (line.compare(0, 5, "lock:") == 0)
-            return true;
-    }
-    return false;
-}
 
 std::string names(const std::vector<Node>& nodes, const std::string& prefix)
 {
@@ -75,68 +43,30 @@ bool isMember(const std::string& user, const std::string& groupName)
     return false;
 }
 
-Failure permissionDenied(const std::string& path)
+Failure permissionDenied(const std::string& path, const NodeAccess& access)
 {
-    const std::string group = openingGroup(path);
-    if (group.empty())
+    if (access.group.empty())
         return {CannotOpen, path + ": permission denied; only its owner may open it",
                 "sudo, or a udev rule that gives it to a group"};
-    const struct passwd* entry = getpwuid(geteuid());
-    const std::string user = entry == nullptr ? "USER" : entry->pw_name;
-    Failure failure{CannotOpen, path + ": permission denied; it belongs to group " + group};
-    if (isMember(user, group))
+    const std::string user = userName();
+    Failure failure{CannotOpen, path + ": permission denied; it belongs to group " + access.group};
+    if (access.isMember)
         failure.hint = "log in again: " + user + " is in that group, but this session is older";
     else
-        failure.hint.append("sudo usermod -aG ").append(group).append(" ").append(user).append(", then log in again");
+        failure.hint.append("sudo usermod -aG ")
+            .append(access.group)
+            .append(" ")
+            .append(user)
+            .append(", then log in again");
     return failure;
 }
 
 }  // namespace
 
-std::vector<std::string> namesBelow(const std::string& directory, const std::string& prefix)
-{
-    std::vector<std::string> names;
-    const std::unique_ptr<DIR, int (*)(DIR*)> stream{opendir(directory.c_str()), closedir};
-    while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
-        const std::string name = entry->d_name;
-        if (name.compare(0, prefix.size(), prefix) == 0 && name[0] != '.')
-            names.push_back(name.substr(prefix.size()));
-    }
-    std::sort(names.begin(), names.end(), [](const std::string& left, const std::string& right) {
-        return strverscmp(left.c_str(), right.c_str()) < 0;
-    });
-    return names;
-}
-
-std::string firstLine(const std::string& path)
-{
-    std::array<char, 4096> text{};  // sysfs gives at most a page
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    const ssize_t length = read(fd, text.data(), text.size());
-    if (fd >= 0)
-        close(fd);
-    const std::string content(text.data(), length > 0 ? static_cast<size_t>(length) : 0);
-    return content.substr(0, content.find('\n'));
-}
-
 std::string userOf(const std::string& path)
 {
-    const auto node = statusOf(path);
-    std::string user;
-    for (const std::string& process : namesBelow("/proc", "")) {
-        if (!node || !isProcessNumber(process) || process == std::to_string(getpid()))
-            continue;
-        const std::string folder = "/proc/" + process;
-        for (const std::string& descriptor : namesBelow(folder + "/fd", "")) {
-            const auto open = statusOf(std::string{folder}.append("/fd/").append(descriptor));
-            if (!open || !S_ISCHR(open->st_mode) || open->st_rdev != node->st_rdev)
-                continue;
-            user = firstLine(folder + "/comm").append(" (process ").append(process).append(")");
-            if (holdsLock(std::string{folder}.append("/fdinfo/").append(descriptor)))
-                return user;
-        }
-    }
-    return user;
+    const std::vector<Process> users = usersOf(path);
+    return users.empty() ? "" : users.front().text();
 }
 
 std::string otherUser(const std::string& path)
@@ -152,19 +82,27 @@ int minorNumber(const std::string& path, unsigned int majorNumber)
     return fits ? static_cast<int>(minor(node->st_rdev)) : -1;
 }
 
-std::string mayOpen(const std::string& path)
+NodeAccess accessTo(const std::string& path)
 {
-    if (euidaccess(path.c_str(), R_OK | W_OK) == 0)
-        return "yes";
+    const int error = accessError(path);
+    if (error == EPERM)
+        return {NodeAccess::Forbidden, {}};
+    if (error != EACCES)
+        return {error == 0 ? NodeAccess::Allowed : NodeAccess::Unknown, {}};
     const std::string group = openingGroup(path);
-    return group.empty() ? "no: owner only" : "no: group " + group;
+    return {NodeAccess::NoPermission, group, !group.empty() && isMember(userName(), group)};
+}
+
+std::string userName()
+{
+    const struct passwd* entry = getpwuid(geteuid());
+    return entry == nullptr ? std::to_string(geteuid()) : entry->pw_name;
 }
 
 Failure openFailure(const std::string& path, int error, const NodeKind& kind)
 {
-    struct stat node {
-    };
-    if (stat(path.c_str(), &node) != 0) {
+    const auto node = statusOf(path);
+    if (!node) {
         if (errno != ENOENT && errno != ENOTDIR)
             return {CannotOpen, path + ": " + strerror(errno)};
         const std::vector<Node> present = kind.nodes();
@@ -174,10 +112,13 @@ Failure openFailure(const std::string& path, int error, const NodeKind& kind)
                     (present.empty() ? "no " + others : others + ": " + names(present, kind.prefix)),
                 kind.missingHint};
     }
-    if (euidaccess(path.c_str(), R_OK | W_OK) != 0 && errno == EACCES)
-        return permissionDenied(path);
-    if (!S_ISCHR(node.st_mode) || (kind.majorNumber != 0 && major(node.st_rdev) != kind.majorNumber))
+    const NodeAccess access = accessTo(path);
+    if (access.verdict == NodeAccess::NoPermission)
+        return permissionDenied(path, access);
+    if (!S_ISCHR(node->st_mode) || (kind.majorNumber != 0 && major(node->st_rdev) != kind.majorNumber))
         return {CannotOpen, path + " is not " + kind.name};
+    if (access.verdict == NodeAccess::Forbidden)
+        return {CannotOpen, path + ": forbidden by the device rules of this container or service", "serialcomm doctor"};
     if (error == EBUSY)
         return {CannotOpen, path + " is in use by " + otherUser(path)};
     return {CannotOpen, path + ": " + strerror(error)};

@@ -34,8 +34,19 @@ extern const NodeKind serialPorts;
 /// Why a node could not be opened: missing, no permission, of another kind, busy, or else the text of `error`.
 Failure openFailure(const std::string& path, int error, const NodeKind& kind);
 
-/// "yes", or why this user may not open the node: "no: group i2c".
-std::string mayOpen(const std::string& path);
+/// Whether this process may open a node.
+struct NodeAccess {
+    enum Verdict { Allowed, NoPermission, Forbidden, Unknown };
+
+    Verdict verdict;        ///< Forbidden: by a container's or service's device rules
+    std::string group;      ///< of NoPermission: the group that may open it; empty when only the owner may
+    bool isMember = false;  ///< this user is in that group, but the session began before
+};
+
+NodeAccess accessTo(const std::string& path);
+
+/// The name of the user that this process runs as, or the number where it has none.
+std::string userName();
 
 /// "serialcomm (process 4711)" for another process that has the node open, preferably one that has locked it; empty if
 /// none can be seen.
@@ -53,11 +64,5 @@ std::string i2cDriver(const std::string& bus, int address);
 /// "4-0068": that chip's name in sysfs.
 std::string i2cDeviceName(const std::string& bus, int address);
 
-/// The absolute path that a symbolic link leads to; empty if the link is broken.
-std::string realPath(const std::string& path);
-
-/// Names in a directory that begin with `prefix`, without it, in natural order; none if there is no such directory.
-std::vector<std::string> namesBelow(const std::string& directory, const std::string& prefix);
-
-/// First line of a small file such as those in sysfs; empty if it cannot be read.
-std::string firstLine(const std::string& path);
+/// Whether there is hardware behind the tty of this name in sysfs.
+bool isSerialPort(const std::string& name);

@@ -3,28 +3,10 @@
 #include "device/Node.h"
 
 #include "base/Bytes.h"
-
-#include <limits.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <array>
+#include "device/System.h"
 
 namespace
 {
-
-std::string linkTarget(const std::string& path)
-{
-    std::array<char, PATH_MAX> target{};
-    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
-    const std::string text(target.data(), length > 0 ? static_cast<size_t>(length) : 0);
-    return text.substr(text.rfind('/') + 1);
-}
-
-bool exists(const std::string& path)
-{
-    return access(path.c_str(), F_OK) == 0;
-}
 
 std::vector<Node> i2cNodes()
 {
@@ -72,10 +54,9 @@ std::vector<Node> serialNodes()
 {
     std::vector<Node> nodes;
     for (const std::string& name : namesBelow("/sys/class/tty", "")) {
-        const std::string device = "/sys/class/tty/" + name + "/device";
-        // The driver of PC ports also lists ports without hardware, with type 0. A container may lack the node.
-        if (!exists(device) || firstLine("/sys/class/tty/" + name + "/type") == "0" || !exists("/dev/" + name))
+        if (!isSerialPort(name) || !exists("/dev/" + name))  // a container may lack the node
             continue;
+        const std::string device = "/sys/class/tty/" + name + "/device";
         // Newer kernels put two devices of their own, with the driver "port", between the tty and the hardware.
         const bool direct = linkTarget(device + "/driver") != "port";
         Node node{"/dev/" + name, "", linkTarget(device + (direct ? "/driver" : "/../../driver"))};
@@ -88,12 +69,6 @@ std::vector<Node> serialNodes()
 
 }  // namespace
 
-std::string realPath(const std::string& path)
-{
-    std::array<char, PATH_MAX> target{};
-    return realpath(path.c_str(), target.data()) == nullptr ? "" : target.data();
-}
-
 const NodeKind i2cBuses{"i2c",   "an I2C bus",  "/dev/i2c-",
                         89,      "buses found", "modprobe i2c-dev, if the bus exists in /sys/bus/i2c/devices",
                         i2cNodes};
@@ -105,6 +80,13 @@ const NodeKind spiDevices{"spi",
                           "bind the spidev driver, by the device tree or by driver_override in /sys/bus/spi/devices",
                           spiNodes};
 const NodeKind serialPorts{"uart", "a serial port", "/dev/", 0, "ports found", "serialcomm list uart", serialNodes};
+
+bool isSerialPort(const std::string& name)
+{
+    const std::string tty = "/sys/class/tty/" + name;
+    return exists(tty + "/device") &&
+           firstLine(tty + "/type") != "0";  // 0: the driver for PC ports keeps it in reserve
+}
 
 std::string i2cDeviceName(const std::string& bus, int address)
 {

@@ -103,10 +103,7 @@ Fields fieldsOf(const Row& row, const Dump& request)
 {
     Fields fields = fieldsOf(request);
     fields["register"] = hexName(registerAt(request, row.first));
-    std::vector<Json> bytes;
-    for (const auto& value : row.values)
-        bytes.push_back(value ? Json{*value} : Json{});
-    fields["bytes"] = bytes;
+    fields["bytes"] = row.values;
     return fields;
 }
 

@@ -7,4 +7,5 @@ void addI2cVerbs(Verbs& verbs)
     i2c::addDump(verbs);
     i2c::addTransfers(verbs);
     i2c::addEeprom(verbs);
+    i2c::addTest(verbs);
 }

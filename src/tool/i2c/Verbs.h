@@ -12,5 +12,6 @@ void addRegisters(Verbs& verbs);  // get, set
 void addDump(Verbs& verbs);
 void addTransfers(Verbs& verbs);  // read, write, transfer
 void addEeprom(Verbs& verbs);
+void addTest(Verbs& verbs);
 
 }  // namespace i2c

@@ -3,6 +3,7 @@
 #include "base/Bytes.h"
 #include "base/Values.h"
 #include "device/Node.h"
+#include "device/System.h"
 #include "spi/Traffic.h"
 
 #include <fcntl.h>

@@ -4,4 +4,5 @@ void addSpiVerbs(Verbs& verbs)
 {
     spi::addTransfers(verbs);
     spi::addFlash(verbs);
+    spi::addTest(verbs);
 }

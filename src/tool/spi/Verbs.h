@@ -9,5 +9,6 @@ namespace spi
 
 void addTransfers(Verbs& verbs);  // info, read, write, transfer
 void addFlash(Verbs& verbs);
+void addTest(Verbs& verbs);
 
 }  // namespace spi

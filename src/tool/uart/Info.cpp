@@ -4,6 +4,7 @@
 
 #include "base/Bytes.h"
 #include "device/Node.h"
+#include "device/System.h"
 #include "uart/OpenLine.h"
 #include "uart/Values.h"
 

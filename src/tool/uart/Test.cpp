@@ -66,11 +66,6 @@ const char* nameOf(Difference::Kind kind)
     }
 }
 
-Json byteOrNull(const std::optional<uint8_t>& byte)
-{
-    return byte ? Json{*byte} : Json{};
-}
-
 struct Totals {
     size_t bursts = 0;
     size_t failed = 0;
@@ -131,8 +126,8 @@ private:
                            {"error", found ? Json{nameOf(found->kind)} : Json{}},
                            {"count", found ? Json{found->count} : Json{}},
                            {"position", found ? Json{found->position} : Json{}},
-                           {"sent", found ? byteOrNull(found->sent) : Json{}},
-                           {"got", found ? byteOrNull(found->got) : Json{}}},
+                           {"sent", found ? Json{found->sent} : Json{}},
+                           {"got", found ? Json{found->got} : Json{}}},
                           found ? burst.name + ": " + ::describe(*found, burst.bytes.size()) : "");
         totals.failed += found ? 1 : 0;
         if (found && found->kind == Difference::Kind::Nothing && totals.bursts == 1)
