@@ -37,7 +37,7 @@ std::vector<uint32_t> parseRates(const std::string& text)
 void describe(Grammar& grammar, OutputOptions& output, Baud& request)
 {
     describeTty(grammar, request.path);
-    grammar.option("--rates", "N,N...", "Rates to listen at", request.rates, parseRates,
+    grammar.option("--rates", "LIST", "Rates to listen at, separated by commas", request.rates, parseRates,
                    "1200,2400,4800,9600,19200,38400,57600,115200,230400,250000,460800,500000,921600,1000000");
     grammar.option(
         "--time", "S", "Listen this many seconds at each rate, less if 512 bytes come", request.time,
@@ -119,7 +119,7 @@ void run(const Baud& request, Output& output)
 void addBaud(Verbs& verbs)
 {
     verbs.push_back(
-        verb<Baud>("uart", "baud", "listen, and find the baud rate of a device that sends", "uart baud ttyUSB0"));
+        verb<Baud>("uart", "baud", "listen, and find the baud rate of a device that sends", "uart baud ttyUSB0 --rates 9600,115200"));
 }
 
 }  // namespace uart

@@ -170,7 +170,7 @@ void run(const Set& request, Output& /*output*/)
 void addSet(Verbs& verbs)
 {
     verbs.push_back(verb<Set>("uart", "set", "change settings that stay: also RS-485, low latency, modem lines",
-                              "uart set ttyUSB0 -b 250000 --parity mark"));
+                              "uart set ttyUSB0 -b 250000 --hang-up off"));
 }
 
 }  // namespace uart
