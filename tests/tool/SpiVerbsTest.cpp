@@ -328,7 +328,7 @@ TEST_F(SpiVerbs, TestNamesTheFault)
              }
              return in;
          },
-         "unordered, 64 bytes: byte 5: sent ", "1 of 22 bursts came back changed"},
+         "random, 64 bytes: byte 5: sent ", "1 of 22 bursts came back changed"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.message);
