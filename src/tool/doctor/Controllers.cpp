@@ -21,7 +21,7 @@ bool isEnabled(const std::string& node)
 void collectDisabled(const std::string& path, const std::string& controller, std::vector<std::string>& found)
 {
     for (const std::string& name : namesBelow(tree + path, "")) {
-        const std::string below = path + '/' + name;
+        const std::string below = std::string{path}.append("/").append(name);
         if (!exists(tree + below + "/name"))  // a property
             continue;
         if (isEnabled(tree + below))
@@ -59,17 +59,17 @@ Findings disabledControllers(const Bus& bus)
 
 Findings controllersWithoutDriver(const Bus& bus)
 {
-    const std::string platform = "/sys/bus/platform";
+    const std::string devices = "/sys/bus/platform/devices/";
     Findings findings;
-    for (const std::string& name : namesBelow(platform + "/devices", "")) {
-        const std::string device = platform + "/devices/" + name;
+    for (const std::string& name : namesBelow(devices, "")) {
+        const std::string device = devices + name;
         if (firstLine(device + "/of_node/name") != bus.treeName || exists(device + "/driver"))
             continue;
-        findings.push_back(
-            {"no_driver",
-             name,
-             "enabled in the device tree, but no driver is bound to it",
-             {asRoot("modprobe \"$(cat " + device + "/modalias)\""), writing(name, platform + "/drivers_probe")}});
+        findings.push_back({"no_driver",
+                            name,
+                            "enabled in the device tree, but no driver is bound to it",
+                            {asRoot("modprobe \"$(cat " + device + "/modalias)\""),
+                             writing(name, "/sys/bus/platform/drivers_probe")}});
     }
     return findings;
 }

@@ -48,15 +48,16 @@ Findings missingNodes(const Bus& bus)
     const std::string folder = std::string{"/sys/class/"} + bus.sysfsClass + '/';
     Findings findings;
     for (const std::string& name : namesBelow(folder, "")) {
+        const std::string node = "/dev/" + name;
         std::string number = firstLine(folder + name + "/dev");
         const bool hasNode = &bus.kind != &serialPorts || isSerialPort(name);
-        if (number.empty() || !hasNode || exists("/dev/" + name))
+        if (number.empty() || !hasNode || exists(node))
             continue;
         std::replace(number.begin(), number.end(), ':', ' ');
         findings.push_back({"no_node",
-                            "/dev/" + name,
+                            node,
                             "no such node, but the kernel has the device",
-                            {asRoot("mknod -m 660 /dev/" + name + " c " + number)}});
+                            {asRoot(std::string{"mknod -m 660 "}.append(node).append(" c ").append(number))}});
     }
     return findings;
 }
