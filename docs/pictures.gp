@@ -109,6 +109,38 @@ plot sample [x=1:strlen(driver)] '+' using (x):(at(driver, x, 4.7)) with lines l
      [x=1:strlen(b)] '+' using (x):(at(b, x, 1.7)) with lines linestyle 1
 unset label
 
+# ---- The wiring of the tutorial
+set output folder . '/wiring.svg'
+set xrange [0:48]
+set yrange [0:30]
+set label 1 'your board' at 6.5, 28 center
+set label 2 'TMP105, A0 to GND' at 39, 28 center
+names = '3.3V SDA SCL GND'
+pins = 'V+ SDA SCL GND'
+do for [i = 1:4] {
+    set label 10 + i word(names, i) at 11.5, 29 - 6 * i right
+    set label 20 + i word(pins, i) at 36.5, 29 - 6 * i left
+    set arrow i from 13, 29 - 6 * i to 35, 29 - 6 * i nohead linestyle (i == 1 || i == 4 ? 2 : 1)
+}
+set arrow 5 from 20, 23 to 20, 17 nohead linestyle 2
+set arrow 6 from 27, 23 to 27, 11 nohead linestyle 2
+set object 1 rectangle from 19.2, 18.8 to 20.8, 21.4 fillstyle solid noborder fillcolor rgb '#c2571a'
+set object 2 rectangle from 26.2, 18.8 to 27.8, 21.4 fillstyle solid noborder fillcolor rgb '#c2571a'
+set label 3 '4.7 kΩ' at 28.4, 20
+set label 4 'Many modules have the two resistors already.' at 24, 1.5 center textcolor '#808080'
+set arrow 7 from 1, 26 to 13, 26 nohead linestyle 3
+set arrow 8 from 13, 26 to 13, 3.5 nohead linestyle 3
+set arrow 9 from 13, 3.5 to 1, 3.5 nohead linestyle 3
+set arrow 10 from 1, 3.5 to 1, 26 nohead linestyle 3
+set arrow 11 from 35, 26 to 47, 26 nohead linestyle 3
+set arrow 12 from 47, 26 to 47, 3.5 nohead linestyle 3
+set arrow 13 from 47, 3.5 to 35, 3.5 nohead linestyle 3
+set arrow 14 from 35, 3.5 to 35, 26 nohead linestyle 3
+plot NaN
+unset label
+unset arrow
+unset object
+
 # ---- Levels and pull-ups: how a line of 200 pF rises to 3.3 V
 set output folder . '/levels.svg'
 set border 3

@@ -86,7 +86,7 @@ int main(int argc, char* argv[])
     if (!port.init() || !port.write(question))
         return EXIT_FAILURE;
 
-    const auto size = static_cast<size_t>(2 * count);
+    const size_t size = 2 * static_cast<size_t>(count);
     const ByteArray answer = receive(port, size + 5);  // unit, function, number of bytes, registers, checksum
     if (answer.size() != size + 5 || crc(answer) != 0 || answer[0] != unit || answer[1] != 0x03) {
         std::fprintf(stderr, "modbus: no valid answer, %zu bytes\n", answer.size());

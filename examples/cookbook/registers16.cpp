@@ -1,4 +1,4 @@
-// Registers of 16 bits, and a burst of registers: registers16 /dev/i2c-4 0x48
+// Registers of 16 bits: registers16 /dev/i2c-4 0x48
 // The chip is a TMP105: register 2 holds its lower limit, high byte first, in 1/256 degrees Celsius.
 #include <serialComm/I2c.h>
 

@@ -26,7 +26,8 @@ int main(int argc, char* argv[])
         if (!chip.init())
             ++failures;
         for (int i = 0; i < 50; ++i)
-            failures += chip.writeRead({0x00}, 2).empty();
+            if (chip.writeRead({0x00}, 2).empty())
+                ++failures;
     };
     std::thread sensor{readOften, argv[1], 0x48};
     std::thread eeprom{readOften, argv[1], 0x50};

@@ -43,7 +43,8 @@ public:
     Uart& operator=(const Uart&) = delete;
 
     /// If the port is open, restores the line settings that init() found and closes the descriptor; logs nothing. It
-    /// does not wait for the output queue: bytes in it are sent with the restored settings.
+    /// does not wait for the output queue: bytes in it are sent with the restored settings. A child process that was
+    /// forked must leave by exec or _exit(), or it restores the settings of its parent's port.
     ~Uart();
 
     /// Opens the port, discards both queues and applies the line settings. On a pseudo-terminal master it then unlocks
@@ -54,8 +55,9 @@ public:
     /// @return true if the port is open and set up; false otherwise. After "Failed to set new attributes" and "Failed
     /// to unlock pts" the descriptor stays open, and transfers use it.
     /// @par System calls
-    /// `open(path, O_RDWR | O_NOCTTY)`, with `O_NONBLOCK` on a non-blocking port; `tcgetattr`, `cfsetispeed`,
-    /// `cfsetospeed`, `tcflush`, `tcsetattr`, `ptsname`, and on a master `grantpt` and `unlockpt`.
+    /// `open(path, O_RDWR | O_NOCTTY)`, which waits for a carrier if CLOCAL is off, or with `O_NONBLOCK` on a
+    /// non-blocking port; `tcgetattr`, `cfsetispeed`, `cfsetospeed`, `tcflush`, `tcsetattr`, `ptsname`, and on a master
+    /// `grantpt` and `unlockpt`.
     /// @par Log lines
     /// DEBUG "Baud rate: <speed>" (the kernel's code for it: 4098 is 115200) and "Parity: <flags>" (0, 256 or 768);
     /// INFO "UART slave pts: <name>"; ERROR "Unsupported baud rate: <baudRate>", "Wrong parity set: <parity>",
@@ -88,7 +90,7 @@ public:
     /// timeout: a blocking read waits for a byte or until the slave is closed; then, and until the slave is opened
     /// again, it fails with errno 5 (EIO).
     ///
-    /// @param size Maximum number of bytes to receive.
+    /// @param size Maximum number of bytes to receive; each call allocates and clears as many.
     /// @param error Set to whether the call failed; may be null.
     /// @return The bytes received, at most `size`; empty after a failure.
     /// @par System calls
