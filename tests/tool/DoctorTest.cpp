@@ -65,7 +65,7 @@ struct Machine {
     std::shared_ptr<FakeNode> node(const std::string& path, unsigned int number)
     {
         file(path);
-        const auto made = std::make_shared<FakeNode>(number);
+        auto made = std::make_shared<FakeNode>(number);
         kernel.devices[at(path)] = made;
         return made;
     }
@@ -253,13 +253,16 @@ TEST(Doctor, NamesEachFaultUntilItIsRepaired)
         {"uart",
          [](Machine& machine) {
              machine.usbPort();
-             machine.process(71, "login", std::to_string(188 << 8 | 4));  // only its terminal can be seen
-             machine.process(72, "login", std::to_string(188 << 8 | 5));
+             machine.process(71, "login", std::to_string(188 << 8 | 4));            // only its terminal can be seen
+             machine.process(72, "login", std::to_string(1 << 20 | 188 << 8 | 4));  // minor number 0x104
          },
          "/dev/ttyUSB0: login (process 71) lets users log in there\n  " + sudo("kill 71") + "\n", endProcess71},
         {"uart",
          [](Machine& machine) {
              machine.usbPort();
+             machine.file("/sys/class/tty/ttyS0/device/uevent");  // no USB
+             machine.file("/sys/class/tty/ttyS0/dev", "4:64\n");
+             machine.node("/dev/ttyS0", 4);
              machine.process(700, "ModemManager");
              machine.file("/run/udev/data/c188:4", "E:ID_BUS=usb\n");
          },
