@@ -1,0 +1,25 @@
+// The parts that traffic lines and the other lines of a session have in common. Each takes what comes next in the line.
+#pragma once
+
+#include "Traffic.h"
+#include "Words.h"
+
+namespace session
+{
+
+/// Whether a traffic line starts here.
+bool startsTransfer(const Words& words);
+
+/// @throws SyntaxError, as the others do
+Transfer takeTransfer(Words& words);
+
+/// The name of an error; `expected` tells all that may stand in its place.
+int takeError(Words& words, const std::string& expected);
+
+/// "500 kHz"
+uint32_t takeFrequency(Words& words);
+
+/// "3", "0x44"; as transfers show it.
+std::string modeText(uint32_t mode);
+
+}  // namespace session
