@@ -270,9 +270,9 @@ void Player::learn(Device& device, const Event& event)
     }
 }
 
-const Event* Player::accept(Device& device, Event event)
+const Event* Player::accept(Device& device, const Event& event)
 {
-    accepted = std::move(event);
+    accepted = event;
     accepted.fileLine = 0;
     learn(device, accepted);
     return &accepted;
@@ -380,25 +380,31 @@ std::vector<const Event*> Player::left() const
     return events;
 }
 
+std::string toText(const Deviation& deviation, const std::string& file)
+{
+    if (deviation.expected == nullptr)
+        return file + ": not in the session: " + withoutTime(deviation.came) + '\n';
+    const std::string place = file + ":" + std::to_string(deviation.expected->fileLine) + ": ";
+    return place + "expected  " + withoutTime(*deviation.expected) + '\n' + std::string(place.size(), ' ') +
+           "came      " + withoutTime(deviation.came) + '\n';
+}
+
+std::string neverAsked(const Event& event, const std::string& file)
+{
+    return file + ":" + std::to_string(event.fileLine) + ": never asked for: " + withoutTime(event) + '\n';
+}
+
 std::string Player::report(const std::string& file) const
 {
-    const auto shown = [](const Event& event) { return deviceName(event.device) + "  " + action(event); };
     std::string text;
-    for (const Deviation& deviation : deviated) {
-        if (deviation.expected == nullptr) {
-            text += file + ": not in the session: " + shown(deviation.came) + '\n';
-            continue;
-        }
-        const std::string place = file + ":" + std::to_string(deviation.expected->fileLine) + ": ";
-        text += place + "expected  " + shown(*deviation.expected) + '\n' + std::string(place.size(), ' ') +
-                "came      " + shown(deviation.came) + '\n';
-    }
+    for (const Deviation& deviation : deviated)
+        text += toText(deviation, file);
     if (moreDeviations > 0)
         text += file + ": " + std::to_string(moreDeviations) + " more deviations\n";
 
     const std::vector<const Event*> missing = left();
     for (size_t i = 0; i < std::min(missing.size(), mostReported); ++i)
-        text += file + ":" + std::to_string(missing[i]->fileLine) + ": never asked for: " + shown(*missing[i]) + '\n';
+        text += neverAsked(*missing[i], file);
     if (missing.size() > mostReported)
         text += file + ": " + std::to_string(missing.size() - mostReported) + " more lines were never asked for\n";
     return text;

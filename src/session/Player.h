@@ -48,10 +48,16 @@ struct Deviation {
     Event came;
 };
 
+/// What was expected and what came, below each other, with the line of the file.
+std::string toText(const Deviation& deviation, const std::string& file);
+
+/// A line that was never asked for.
+std::string neverAsked(const Event& event, const std::string& file);
+
 class Player
 {
 public:
-    explicit Player(Session session);
+    explicit Player(Session toPlay);
     Player(const Player&) = delete;
     Player& operator=(const Player&) = delete;
     ~Player() = default;
@@ -71,7 +77,7 @@ public:
 
     /// The lines that a serial port comes to when the program has sent these bytes: those that they complete, and those
     /// that are received after them.
-    std::vector<const Event*> exchange(const std::string& device, const std::vector<uint8_t>& sent);
+    std::vector<const Event*> exchange(const std::string& name, const std::vector<uint8_t>& sent);
 
     /// What is left of a serial port's bytes becomes a deviation.
     void finish();
@@ -95,8 +101,8 @@ private:
         std::vector<uint8_t> sent;                  // by the program, and not yet a line
     };
 
-    void learn(Device& device, const Event& event);
-    const Event* accept(Device& device, Event event);
+    static void learn(Device& device, const Event& event);
+    const Event* accept(Device& device, const Event& event);
     const Event* deviate(const Track& track, const Event& asked);
 
     Session session;

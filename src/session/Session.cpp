@@ -22,17 +22,17 @@ constexpr int deepest = 16;
 using Name = Setting::Name;
 
 struct SettingName {
-    Name name;
     const char* text;
+    Name name;
     Bus bus;
 };
 constexpr SettingName settingNames[] = {
-    {Name::address, "address", Bus::i2c},     {Name::forceAddress, "force-address", Bus::i2c},
-    {Name::tenBit, "tenbit", Bus::i2c},       {Name::pec, "pec", Bus::i2c},
-    {Name::timeout, "timeout", Bus::i2c},     {Name::retries, "retries", Bus::i2c},
-    {Name::functions, "functions", Bus::i2c}, {Name::mode, "mode", Bus::spi},
-    {Name::lsbFirst, "lsb-first", Bus::spi},  {Name::bits, "bits", Bus::spi},
-    {Name::speed, "speed", Bus::spi},         {Name::line, "line", Bus::serial},
+    {"address", Name::address, Bus::i2c},     {"force-address", Name::forceAddress, Bus::i2c},
+    {"tenbit", Name::tenBit, Bus::i2c},       {"pec", Name::pec, Bus::i2c},
+    {"timeout", Name::timeout, Bus::i2c},     {"retries", Name::retries, Bus::i2c},
+    {"functions", Name::functions, Bus::i2c}, {"mode", Name::mode, Bus::spi},
+    {"lsb-first", Name::lsbFirst, Bus::spi},  {"bits", Name::bits, Bus::spi},
+    {"speed", Name::speed, Bus::spi},         {"line", Name::line, Bus::serial},
 };
 
 constexpr const char* busNames[] = {"i2c", "spi", "serial"};
@@ -78,7 +78,7 @@ std::string valueText(const Setting& setting)
     }
 }
 
-std::string withError(std::string text, int error)
+std::string withError(const std::string& text, int error)
 {
     return error == 0 ? text : text + "  " + errorName(error);
 }
@@ -281,11 +281,8 @@ std::string takeDevice(Words& words)
     return devices + word.value;
 }
 
-Event takeEvent(Words& words)
+void takeAction(Words& words, Event& event)
 {
-    Event event;
-    event.after = takeTime(words);
-    event.device = takeDevice(words);
     if (words.take("open"))
         event.what = takeOpen(words);
     else if (words.nextIs("get") || settingAt(words) != nullptr)
@@ -295,7 +292,6 @@ Event takeEvent(Words& words)
     else
         words.expected(actionExpected);
     words.expectEnd();
-    return event;
 }
 
 class Parser
@@ -303,7 +299,7 @@ class Parser
 public:
     explicit Parser(const std::string& file) : text(file) {}
 
-    Session parse()
+    Session parseFile()
     {
         std::string line;
         do {
@@ -311,9 +307,14 @@ public:
                 throw FormatError(1, std::string{"no session: expected the line "} + firstLine);
         } while (Words{line}.atEnd());
         checkVersion(line);
+        hasDevices = true;
+        return parseLines();
+    }
 
+    Session parseLines()
+    {
         Session session;
-        while (readLine(line))
+        for (std::string line; readLine(line);)
             add(line, session.items);
         return session;
     }
@@ -363,7 +364,11 @@ private:
                 words.expectEnd();
                 item.items = block(item.kind);
             } else {
-                item.event = takeEvent(words);
+                if (hasDevices) {
+                    item.event.after = takeTime(words);
+                    item.event.device = takeDevice(words);
+                }
+                takeAction(words, item.event);
                 item.event.fileLine = number;
                 checkBus(item.event);
             }
@@ -421,20 +426,21 @@ private:
     void checkBus(const Event& event)
     {
         const Bus bus = busOf(event);
-        const auto [known, isNew] = busses.try_emplace(event.device, std::make_pair(bus, event.fileLine));
+        const auto [known, isNew] = buses.try_emplace(event.device, std::make_pair(bus, event.fileLine));
         const auto [knownBus, knownLine] = known->second;
         if (!isNew && knownBus != bus)
-            throw SyntaxError(deviceName(event.device) + " is " + busNames[static_cast<size_t>(knownBus)] +
-                              " in line " + std::to_string(knownLine) + ", and " + busNames[static_cast<size_t>(bus)] +
-                              " here");
+            throw SyntaxError((hasDevices ? deviceName(event.device) : "the device") + " is " +
+                              busNames[static_cast<size_t>(knownBus)] + " in line " + std::to_string(knownLine) +
+                              ", and " + busNames[static_cast<size_t>(bus)] + " here");
     }
 
     const std::string& text;
+    bool hasDevices = false;
     size_t at = 0;
     size_t lineNumber = 0;
     size_t nextNumber = 1;
     int depth = 0;
-    std::map<std::string, std::pair<Bus, size_t>> busses;
+    std::map<std::string, std::pair<Bus, size_t>> buses;
 };
 
 }  // namespace
@@ -475,7 +481,12 @@ bool operator==(const Session& a, const Session& b)
 
 Session parse(const std::string& text)
 {
-    return Parser{text}.parse();
+    return Parser{text}.parseFile();
+}
+
+Session parseLines(const std::string& text)
+{
+    return Parser{text}.parseLines();
 }
 
 std::string toText(const Session& session)
@@ -495,7 +506,12 @@ std::string toText(const Event& event)
         std::snprintf(text, sizeof text, "+%lld.%06lld  ", micros / 1'000'000, micros % 1'000'000);
         time = text;
     }
-    return time + deviceName(event.device) + "  " + action(event);
+    return time + withoutTime(event);
+}
+
+std::string withoutTime(const Event& event)
+{
+    return (event.device.empty() ? "" : deviceName(event.device) + "  ") + action(event);
 }
 
 std::string versionLine()

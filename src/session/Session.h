@@ -102,6 +102,11 @@ public:
 /// @throws FormatError
 Session parse(const std::string& text);
 
+/// Reads lines of one device that are not in a file: without version, times and the device's name, which is empty.
+///
+/// @throws FormatError
+Session parseLines(const std::string& text);
+
 /// The whole file; parse() makes the same session of it.
 std::string toText(const Session& session);
 
@@ -113,6 +118,9 @@ std::string versionLine();
 
 /// The line without time and device: "S 48 W 00 Sr 48 R 19 80 P".
 std::string action(const Event& event);
+
+/// The line without its time.
+std::string withoutTime(const Event& event);
 
 /// What the device is called in a session: "/dev/i2c-4" is i2c-4.
 std::string deviceName(const std::string& path);

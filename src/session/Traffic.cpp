@@ -70,7 +70,7 @@ std::string flagText(uint16_t flags)
     return flags == 0 ? text : text + "+" + formatted("0x%04x", flags);
 }
 
-std::string withData(std::string line, const Data& data, Length length)
+std::string withData(const std::string& line, const Data& data, Length length)
 {
     const std::string bytes = toText(data, length);
     return bytes.empty() ? line : line + ' ' + bytes;

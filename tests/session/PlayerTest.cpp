@@ -123,7 +123,7 @@ TEST(Player, AnswersWithTheLinesOfTheSession)
          "x:5: never asked for: i2c-4  S 49 R 02 P\nx:8: never asked for: i2c-4  S 4a R 03 P\n"},
         {"a serial port's bytes, in pieces and together",
          "tty0 < \"hello\"\ntty0 > \"id?\\n\"\ntty0 < \"7\\n\"\ntty0 > \"a\" --\ntty0 > \"b\"\n",
-         "tty0 >\ntty0 > \"i\"\ntty0 > \"d?\\nax\"\ntty0 > \"b\"\n", "2, -, 3+4+5, 6", ""},
+         "tty0 >\ntty0 > \"i\"\ntty0 > \"d?\\n\"  \"ax\"\ntty0 > \"b\"\n", "2, -, 3+4+5, 6", ""},
         {"other bytes, and too few", "tty0 > \"id\"\ntty0 > \"more\"\n", "tty0 > \"ix\"\ntty0 > \"idm\"\n", "-, 2",
          "x:2: expected  tty0  > \"id\"\n     came      tty0  > \"ix\"\n"
          "x:3: expected  tty0  > \"more\"\n     came      tty0  > \"m\"\nx:3: never asked for: tty0  > \"more\"\n"},

@@ -154,8 +154,8 @@ TEST(Session, NamesTheLineAndTheRemedyOfAnError)
         {version + "\n\\\ni2c-4 S 48 X\n", 3, "unexpected 'X'; expected W or R"},
         {version + "i2c-4\n", 2,
          "the line ends too early; expected open, get, address, mode, line or another setting, or a traffic line"},
-        {version + "i2c-4 adress 48\n", 2,
-         "unexpected 'adress'; expected open, get, address, mode, line or another setting, or a traffic line"},
+        {version + "i2c-4 addr 48\n", 2,
+         "unexpected 'addr'; expected open, get, address, mode, line or another setting, or a traffic line"},
         {version + "i2c-4 S 80 W P\n", 2,
          "unexpected '80'; expected an address: two hexadecimal digits up to 7f, or three up to 3ff for one of ten "
          "bits"},
