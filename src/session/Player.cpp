@@ -290,6 +290,24 @@ const Event* Player::deviate(const Track& track, const Event& asked)
     return nullptr;
 }
 
+std::vector<const Event*> Player::next(const std::string& device) const
+{
+    const auto found = players.find(device);
+    return found == players.end() ? std::vector<const Event*>{} : found->second.track.next();
+}
+
+const Event* Player::find(const Event& asked) const
+{
+    const std::vector<const Event*> lines = next(asked.device);
+    const auto line = std::find_if(lines.begin(), lines.end(), [&](const Event* each) { return fits(*each, asked); });
+    return line == lines.end() ? nullptr : *line;
+}
+
+void Player::skip(const Event& line)
+{
+    players.at(line.device).track.take(&line);
+}
+
 const Event* Player::answer(const Event& asked)
 {
     const auto found = players.find(asked.device);
@@ -297,12 +315,10 @@ const Event* Player::answer(const Event& asked)
         return deviate({}, asked);
 
     Device& device = found->second;
-    for (const Event* event : device.track.next()) {
-        if (fits(*event, asked)) {
-            device.track.take(event);
-            learn(device, *event);
-            return event;
-        }
+    if (const Event* event = find(asked)) {
+        device.track.take(event);
+        learn(device, *event);
+        return event;
     }
 
     if (const auto* setting = std::get_if<Setting>(&asked.what)) {
@@ -380,6 +396,13 @@ std::vector<const Event*> Player::left() const
     return events;
 }
 
+std::vector<const Event*> eventsOf(const Session& session)
+{
+    std::vector<const Event*> events;
+    forEachEvent(session.items, [&](const Event& event) { events.push_back(&event); });
+    return events;
+}
+
 std::string toText(const Deviation& deviation, const std::string& file)
 {
     if (deviation.expected == nullptr)
@@ -400,13 +423,18 @@ std::string Player::report(const std::string& file) const
     for (const Deviation& deviation : deviated)
         text += toText(deviation, file);
     if (moreDeviations > 0)
-        text += file + ": " + std::to_string(moreDeviations) + " more deviations\n";
+        text += file + ": further deviations: " + std::to_string(moreDeviations) + '\n';
 
-    const std::vector<const Event*> missing = left();
+    std::vector<const Event*> missing = left();
+    const auto isShown = [this](const Event* line) {
+        return std::any_of(deviated.begin(), deviated.end(),
+                           [line](const Deviation& deviation) { return deviation.expected == line; });
+    };
+    missing.erase(std::remove_if(missing.begin(), missing.end(), isShown), missing.end());
     for (size_t i = 0; i < std::min(missing.size(), mostReported); ++i)
         text += neverAsked(*missing[i], file);
     if (missing.size() > mostReported)
-        text += file + ": " + std::to_string(missing.size() - mostReported) + " more lines were never asked for\n";
+        text += file + ": further lines never asked for: " + std::to_string(missing.size() - mostReported) + '\n';
     return text;
 }
 

@@ -75,6 +75,15 @@ public:
     /// @return Null after a deviation.
     const Event* answer(const Event& asked);
 
+    /// The line that answer() would take; null if it would take none.
+    [[nodiscard]] const Event* find(const Event& asked) const;
+
+    /// Goes past a line that may come next, as if the program had asked for it.
+    void skip(const Event& line);
+
+    /// The lines that may come next of a device; what has precedence is first.
+    [[nodiscard]] std::vector<const Event*> next(const std::string& device) const;
+
     /// The lines that a serial port comes to when the program has sent these bytes: those that they complete, and those
     /// that are received after them.
     std::vector<const Event*> exchange(const std::string& name, const std::vector<uint8_t>& sent);
@@ -114,5 +123,8 @@ private:
 
 /// Whether the program asks for what the line has; each of them an event of the same device.
 bool fits(const Event& line, const Event& asked);
+
+/// All lines, in the order of the file.
+std::vector<const Event*> eventsOf(const Session& session);
 
 }  // namespace session

@@ -70,6 +70,12 @@ std::string flagText(uint16_t flags)
     return flags == 0 ? text : text + "+" + formatted("0x%04x", flags);
 }
 
+/// An address that is none, because it has too many bits, has four digits.
+const char* addressFormat(const I2cMessage& message)
+{
+    return message.tenBit ? "%03x" : message.address > 0xff ? "%04x" : "%02x";
+}
+
 std::string withData(const std::string& line, const Data& data, Length length)
 {
     const std::string bytes = toText(data, length);
@@ -190,9 +196,9 @@ uint16_t takeAddress(Words& words, bool& tenBit)
 {
     const std::string& word = words.peek().value;
     tenBit = isHex(word, 3);
-    if (words.peek().kind != Word::Kind::plain || !(tenBit || isHex(word, 2)) ||
-        hexValue(word) > (tenBit ? 0x3ff : 0x7f))
-        words.expected("an address: two hexadecimal digits up to 7f, or three up to 3ff for one of ten bits");
+    const bool isAddress = isHex(word, 2) || isHex(word, 4) || (tenBit && hexValue(word) <= 0x3ff);
+    if (words.peek().kind != Word::Kind::plain || !isAddress)
+        words.expected("an address: two hexadecimal digits, or three up to 3ff for one of ten bits");
     return hexValue(words.take().value);
 }
 
@@ -367,7 +373,7 @@ std::string toText(const I2cTransfer& transfer, Length length)
     std::string line;
     for (const I2cMessage& message : transfer.messages) {
         append(line, line.empty() ? "S" : "Sr");
-        append(line, formatted(message.tenBit ? "%03x" : "%02x", message.address));
+        append(line, formatted(addressFormat(message), message.address));
         append(line, (message.read ? "R" : "W") + flagText(message.flags));
         line = withData(line, message.data, length);
     }

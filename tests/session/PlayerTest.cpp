@@ -126,7 +126,7 @@ TEST(Player, AnswersWithTheLinesOfTheSession)
          "tty0 >\ntty0 > \"i\"\ntty0 > \"d?\\n\"  \"ax\"\ntty0 > \"b\"\n", "2, -, 3+4+5, 6", ""},
         {"other bytes, and too few", "tty0 > \"id\"\ntty0 > \"more\"\n", "tty0 > \"ix\"\ntty0 > \"idm\"\n", "-, 2",
          "x:2: expected  tty0  > \"id\"\n     came      tty0  > \"ix\"\n"
-         "x:3: expected  tty0  > \"more\"\n     came      tty0  > \"m\"\nx:3: never asked for: tty0  > \"more\"\n"},
+         "x:3: expected  tty0  > \"more\"\n     came      tty0  > \"m\"\n"},
         {"a serial port that fails once it is there", "tty0 > \"a\"\ntty0 > [1] EIO\n", "tty0 > \"a\"\n", "2+3", ""},
     };
     for (const Row& row : rows) {
@@ -150,6 +150,6 @@ TEST(Player, ReportsTheFirstOfManyDeviations)
     }
     const std::vector<std::string> report = linesOf(player.report("x"));
     ASSERT_EQ(10U * 2 + 1 + 10 + 1, report.size());
-    EXPECT_EQ("x: 5 more deviations", report[20]);
-    EXPECT_EQ("x: 2 more lines were never asked for", report.back());
+    EXPECT_EQ("x: further deviations: 5", report[20]);
+    EXPECT_EQ("x: further lines never asked for: 1", report.back());
 }

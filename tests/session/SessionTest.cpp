@@ -25,6 +25,8 @@ TEST(Session, IsWrittenAsItIsRead)
         "i2c-4  get functions  ESHUTDOWN\n"
         "i2c-4  S 48 W 00 Sr 48 R 19 80 P\n"
         "i2c-4  S 48 W P\n"
+        "i2c-4  S a0 W 00 NA ENXIO\n"
+        "i2c-4  S 0190 W  EINVAL\n"
         "i2c-4  S 51 W 00 NA ETIMEDOUT\n"
         "i2c-4  S 51 W 00 Sr 51 R [2] NA ENXIO\n"
         "i2c-4  S 48 R 19 [2] P\n"
@@ -156,8 +158,8 @@ TEST(Session, NamesTheLineAndTheRemedyOfAnError)
          "the line ends too early; expected open, get, address, mode, line or another setting, or a traffic line"},
         {version + "i2c-4 addr 48\n", 2,
          "unexpected 'addr'; expected open, get, address, mode, line or another setting, or a traffic line"},
-        {version + "i2c-4 S 80 W P\n", 2,
-         "unexpected '80'; expected an address: two hexadecimal digits up to 7f, or three up to 3ff for one of ten "
+        {version + "i2c-4 S 4 W P\n", 2,
+         "unexpected '4'; expected an address: two hexadecimal digits, or three up to 3ff for one of ten "
          "bits"},
         {version + "i2c-4 S 48 W 0 P\n", 2,
          "unexpected '0'; expected " + byteExpected + ", P, Sr, NA or the name of an error"},
