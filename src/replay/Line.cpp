@@ -16,6 +16,29 @@ bool getTermios(int descriptor, struct termios2& record)
     return syscall(SYS_ioctl, descriptor, TCGETS2, &record) == 0;
 }
 
+struct Rate {
+    uint32_t baudRate;
+    uint32_t code;
+};
+constexpr Rate rates[] = {
+    {110, B110},         {150, B150},         {200, B200},         {300, B300},         {600, B600},
+    {1200, B1200},       {1800, B1800},       {2400, B2400},       {4800, B4800},       {9600, B9600},
+    {19200, B19200},     {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},
+    {460800, B460800},   {500000, B500000},   {576000, B576000},   {921600, B921600},   {1000000, B1000000},
+    {1152000, B1152000}, {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000},
+    {3500000, B3500000}, {4000000, B4000000},
+};
+
+/// The code of a rate, which programs can save and put back without knowing others.
+uint32_t codeOf(uint32_t baudRate)
+{
+    for (const Rate& rate : rates) {
+        if (rate.baudRate == baudRate)
+            return rate.code;
+    }
+    return BOTHER;
+}
+
 LineState lineFrom(const TermiosFlags& flags, uint32_t baudRate)
 {
     LineState line = {};
@@ -49,7 +72,7 @@ bool makeRaw(int descriptor, const LineState& line)
     record.c_iflag = line.xonXoff != 0 ? IXON | IXOFF : 0;
     record.c_oflag = 0;
     record.c_lflag = 0;
-    record.c_cflag = BOTHER | CREAD | CS8 | CLOCAL;
+    record.c_cflag = codeOf(line.baudRate) | CREAD | CS8 | CLOCAL;
     if (line.stopBits == 2)
         record.c_cflag |= CSTOPB;
     if (line.rtsCts != 0)

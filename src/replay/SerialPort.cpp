@@ -122,6 +122,8 @@ void SerialPort::waitUntilRead()
     int waiting = 1;
     while (std::chrono::steady_clock::now() < deadline) {
         sendMore();
+        struct pollfd arriving = {peer, POLLIN, 0};
+        poll(&arriving, 1, 0);  // so that what is on its way is counted
         if (unsent.empty() && (ioctl(peer, FIONREAD, &waiting) != 0 || waiting == 0))
             return;
         std::this_thread::sleep_for(std::chrono::milliseconds{1});

@@ -418,7 +418,10 @@ int close_range(unsigned int first, unsigned int last, int flags) noexcept
 
 void closefrom(int first) noexcept
 {
-    close_range(first < 0 ? 0 : static_cast<unsigned int>(first), ~0U, 0);
+    if (close_range(first < 0 ? 0 : static_cast<unsigned int>(first), ~0U, 0) == 0)
+        return;
+    for (int descriptor = first; descriptor < mostDescriptors; ++descriptor)  // before Linux 5.9
+        close(descriptor);
 }
 
 int dup(int descriptor) noexcept
