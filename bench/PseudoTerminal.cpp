@@ -30,8 +30,10 @@ PseudoTerminal::PseudoTerminal() : master(orThrow(::posix_openpt(O_RDWR | O_NOCT
 
     struct termios attributes {
     };
-    attributes.c_cflag = B115200 | CS8 | CREAD | CLOCAL;
+    attributes.c_cflag = CS8 | CREAD | CLOCAL;
     attributes.c_cc[VTIME] = 5;
+    ::cfsetispeed(&attributes, B115200);
+    ::cfsetospeed(&attributes, B115200);
     orThrow(::tcsetattr(slave, TCSANOW, &attributes), "tcsetattr");
 }
 

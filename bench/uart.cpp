@@ -15,8 +15,10 @@ static bool openAndClose(const char* path)
     };
     struct termios attributes {
     };
-    attributes.c_cflag = B115200 | CS8 | CREAD | CLOCAL;
+    attributes.c_cflag = CS8 | CREAD | CLOCAL;
     attributes.c_cc[VTIME] = 5;
+    ::cfsetispeed(&attributes, B115200);
+    ::cfsetospeed(&attributes, B115200);
     return ::tcgetattr(fd, &saved) == 0 && ::tcflush(fd, TCIOFLUSH) == 0 &&
            ::tcsetattr(fd, TCSANOW, &attributes) == 0 && ::tcsetattr(fd, TCSANOW, &saved) == 0 && ::close(fd) == 0;
 }

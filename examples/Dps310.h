@@ -7,13 +7,13 @@
 #include <optional>
 #include <thread>
 
-/// A DPS310 barometer, on I2C (address 0x77 or 0x76) or on SPI (mode 3, 10 MHz at most), measuring once a second.
+/// A DPS310 barometer on I2C (address 0x77 or 0x76) or SPI (mode 3, at most 10 MHz), measuring once a second.
 ///
-/// The registers are the same on both, and read() alone knows what differs. A failed transfer is empty on I2C and all
-/// zeros on SPI: every read takes along something that can't be zero, and what was written is read back.
+/// The registers are the same on both buses; only read() knows the difference. A failed read is empty on I2C and all
+/// zeros on SPI, so every read includes bytes that cannot be zero, and settings are read back after they are written.
 ///
-/// Left out: the product id (register 0x0d), which QEMU's model of the chip lacks; and what the maker recommends for
-/// early chips that measure some 40 degrees too much.
+/// Not implemented: the product id (register 0x0d), which QEMU's model of the chip does not have, and the
+/// manufacturer's correction for early chips that measure about 40 degrees too much.
 class Dps310
 {
 public:
@@ -26,7 +26,9 @@ public:
 
     Dps310(SyncSerialBase& serialBus, Bus busKind) : bus(serialBus), kind(busKind) {}
 
-    /// Resets the chip, which takes 40 ms, and has it measure; false when it does not answer or is not up yet.
+    /// Resets the chip, which takes 40 ms, and starts continuous measurement.
+    ///
+    /// @return false if the chip does not answer or has not finished starting.
     bool init()
     {
         if (!ready() || !write(0x0c, 0x09))
@@ -42,18 +44,20 @@ public:
         size_t bit = 0;
         for (size_t i = 0; i < factors.size(); bit += widths[i++])
             factors[i] = number(bytes, bit, widths[i]);
-        const uint8_t sensor = bytes[24] & 0x80;  // which of its two thermometers the factors are for
+        const uint8_t sensor = bytes[24] & 0x80;  // which of the two thermometers the factors belong to
 
         if (!write(0x07, sensor) || !write(status, *flags | measuring))
             return false;
-        ByteArray settings = read(0x06, 4);  // for pressure, for temperature, status, for shifting
+        ByteArray settings = read(0x06, 4);  // pressure, temperature, status, result shift
         if (settings.empty())
             return false;
         settings[2] &= 0x0f;
         return settings == ByteArray{0x00, sensor, measuring, 0x00};
     }
 
-    /// The newest values; nothing when there are none since the last call, or the bus failed.
+    /// Reads the latest measurement.
+    ///
+    /// @return Nothing if there is no new measurement since the last call or the bus failed.
     std::optional<Measurement> measure()
     {
         if (read(status, 1) != ByteArray{0xf0 | measuring})
@@ -69,11 +73,11 @@ public:
     }
 
 private:
-    static constexpr uint8_t status = 0x08;     // ready: factors 0x80, sensor 0x40, temperature 0x20, pressure 0x10
-    static constexpr uint8_t measuring = 0x07;  // in it: temperature and pressure, again and again
+    static constexpr uint8_t status = 0x08;  // ready flags: factors 0x80, sensor 0x40, temperature 0x20, pressure 0x10
+    static constexpr uint8_t measuring = 0x07;  // in the status register: measure both continuously
     static constexpr std::array<size_t, 9> widths{12, 12, 20, 20, 16, 16, 16, 16, 16};
 
-    /// The status, when factors and sensor are ready; a line that is dead, high or low, never says so.
+    /// The status register if factors and sensor are ready; nothing otherwise, as with a line stuck high or low.
     std::optional<uint8_t> ready()
     {
         const ByteArray flags = read(status, 1);
@@ -82,7 +86,7 @@ private:
         return flags[0];
     }
 
-    /// The two's complement number of `width` bits from bit `first` on, highest first: that one counts negative.
+    /// The two's complement number of `width` bits that starts at bit `first`, most significant bit first.
     static double number(const ByteArray& bytes, size_t first, size_t width)
     {
         int32_t value = 0;
@@ -99,7 +103,7 @@ private:
             return bus.writeRead({reg}, len);
 
         ByteArray reply = bus.writeRead({static_cast<uint8_t>(reg | 0x80)}, 1 + len);
-        reply.erase(reply.begin());  // came in while the register's number went out
+        reply.erase(reply.begin());  // received while the register address was sent
         return reply;
     }
 

@@ -4,37 +4,50 @@
 #include <log4cplus/logger.h>
 #include <log4cplus/spi/loggingevent.h>
 
-#include <utility>
+#include <thread>
 
-/// Tells whether the library reported an ERROR on this thread. After a failed transfer an Spi returns what it returns
-/// after a good one, so this is how a program knows.
+/// Reports whether the library logged an ERROR on this thread since the watch was constructed. An Spi returns the same
+/// after a failed transfer as after a successful one, so this is how a program notices the failure:
 ///
-/// It sees what the logger "SerialComm" lets through: with that logger's level above ERROR, nothing.
+///     ErrorWatch watch;
+///     bus.write(data);
+///     if (watch.failed())
+///         ...
+///
+/// Watches are independent of each other. They see only what the logger "SerialComm" lets through: nothing if that
+/// logger's level is above ERROR.
 class ErrorWatch
 {
 public:
-    ErrorWatch() { logger.addAppender(counter); }
-    ~ErrorWatch() { logger.removeAppender(counter); }
+    ErrorWatch() { logger.addAppender(appender); }
+    ~ErrorWatch() { logger.removeAppender(appender); }
     ErrorWatch(const ErrorWatch&) = delete;
     ErrorWatch& operator=(const ErrorWatch&) = delete;
 
-    /// Whether there was an ERROR since the last question.
-    bool failed() { return std::exchange(errors, 0) > 0; }
+    /// Call it on the thread that constructed the watch.
+    bool failed() const { return error; }
 
 private:
-    class Counter : public log4cplus::Appender
+    class ErrorAppender : public log4cplus::Appender
     {
     public:
-        Counter() { setThreshold(log4cplus::ERROR_LOG_LEVEL); }
-        ~Counter() override { destructorImpl(); }
+        explicit ErrorAppender(bool& errorFlag) : error(errorFlag) { setThreshold(log4cplus::ERROR_LOG_LEVEL); }
+        ~ErrorAppender() override { destructorImpl(); }
         void close() override { closed = true; }
 
     protected:
-        void append(const log4cplus::spi::InternalLoggingEvent&) override { ++errors; }
+        void append(const log4cplus::spi::InternalLoggingEvent&) override
+        {
+            if (std::this_thread::get_id() == thread)
+                error = true;
+        }
+
+    private:
+        bool& error;
+        const std::thread::id thread = std::this_thread::get_id();
     };
 
-    static inline thread_local int errors = 0;
-
+    bool error = false;
     log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
-    log4cplus::SharedAppenderPtr counter{new Counter};
+    log4cplus::SharedAppenderPtr appender{new ErrorAppender{error}};
 };

@@ -10,9 +10,9 @@
 
 /// A NOR flash with the common command set and 3-byte addresses, such as a W25Q80, on SPI.
 ///
-/// The bus tells a failed transfer only in its log, hence the ErrorWatch. A chip that is not there fails nothing: the
-/// line then reads 00 or ff throughout, which id() refuses. Only reading back tells whether a page was programmed: a
-/// protected chip drops commands without a word.
+/// The bus reports a failed transfer only in its log, so each transfer has an ErrorWatch. A missing chip makes no
+/// transfer fail: all bytes then read 00 or ff, which id() rejects. A protected chip ignores commands without an error,
+/// so read a page back after programming it.
 class Flash
 {
 public:
@@ -21,10 +21,10 @@ public:
 
     explicit Flash(SyncSerialBase& spi) : bus(spi) {}
 
-    /// Maker, kind and size of the chip, 3 bytes; nothing when no chip answers.
+    /// Reads manufacturer, type and capacity: 3 bytes, or nothing if no chip answers.
     ///
-    ///     MOSI   9f   00      00     00
-    ///     MISO  [--] [maker] [kind] [size]
+    ///     MOSI   9f   00             00     00
+    ///     MISO  [--] [manufacturer] [type] [capacity]
     std::optional<ByteArray> id()
     {
         std::optional<ByteArray> answer = exchange({0x9f}, 3);
@@ -33,24 +33,24 @@ public:
         return answer;
     }
 
-    /// Sets all bytes of the sector that holds the address to ff.
+    /// Sets all bytes of the sector that contains the address to ff.
     bool eraseSector(uint32_t address)
     {
-        return enableWriting() && send(command(0x20, address)) && ready(std::chrono::milliseconds{400});
+        return enableWriting() && send(command(0x20, address)) && waitUntilReady(std::chrono::milliseconds{400});
     }
 
-    /// Programs bytes within one page; bits go from 1 to 0 only, so that the sector has to be erased first.
+    /// Programs bytes within one page. Programming only clears bits, so erase the sector first.
     bool program(uint32_t address, const ByteArray& bytes)
     {
-        if (address % pageSize + bytes.size() > pageSize)  // the chip would go on at the page's start
+        if (address % pageSize + bytes.size() > pageSize)  // the chip would continue at the start of the page
             return false;
         ByteArray message = command(0x02, address);
         message.insert(message.end(), bytes.begin(), bytes.end());
-        return enableWriting() && send(message) && ready(std::chrono::milliseconds{10});
+        return enableWriting() && send(message) && waitUntilReady(std::chrono::milliseconds{10});
     }
 
-    /// Reads bytes. Together with the 4 of the command they have to fit into spidev's buffer: 4096 bytes, unless its
-    /// module parameter bufsiz says otherwise.
+    /// Reads bytes. These and the 4 bytes of the command must fit into spidev's buffer, which has 4096 bytes unless the
+    /// module parameter bufsiz changes that.
     std::optional<ByteArray> read(uint32_t address, size_t len) { return exchange(command(0x03, address), len); }
 
 private:
@@ -62,15 +62,15 @@ private:
 
     bool send(const ByteArray& bytes)
     {
-        watch.failed();
-        bus.write(bytes);  // true in any case
+        const ErrorWatch watch;
+        bus.write(bytes);  // returns true in any case
         return !watch.failed();
     }
 
-    /// Sends a command and returns what came in after it.
+    /// Sends a command and returns the `len` bytes received after it.
     std::optional<ByteArray> exchange(const ByteArray& bytes, size_t len)
     {
-        watch.failed();
+        const ErrorWatch watch;
         const ByteArray reply = bus.writeRead(bytes, bytes.size() + len);
         if (watch.failed())
             return std::nullopt;
@@ -79,10 +79,10 @@ private:
 
     bool enableWriting() { return send({0x06}); }
 
-    /// Waits until the chip is no longer busy.
-    bool ready(std::chrono::milliseconds patience)
+    /// Waits until the chip is no longer busy; false after the timeout or a failed transfer.
+    bool waitUntilReady(std::chrono::milliseconds timeout)
     {
-        const auto deadline = std::chrono::steady_clock::now() + patience;
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
         for (;;) {
             const std::optional<ByteArray> status = exchange({0x05}, 1);
             if (!status)
@@ -96,5 +96,4 @@ private:
     }
 
     SyncSerialBase& bus;
-    ErrorWatch watch;
 };

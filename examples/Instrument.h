@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-/// An instrument that answers each line with a line. Its port is opened to wait (Uart's last parameter true).
+/// An instrument that answers each line with one line. Its port must be blocking (the last parameter of Uart).
 class Instrument
 {
 public:
@@ -14,26 +14,28 @@ public:
 
     /// Sends a question and waits for the answer.
     ///
-    /// @return The answer without its line end, CR, LF or both; nothing when there was none in time or the port is
-    /// gone. An empty line is no answer; an answer that comes too late is taken for the next question's.
-    std::optional<std::string> ask(const std::string& question, std::chrono::milliseconds patience)
+    /// @return The answer without its line ending (CR, LF or both), or nothing after the timeout or if the port is
+    /// gone. Empty lines are skipped. An answer that arrives after the timeout is taken as the answer to the next
+    /// question.
+    std::optional<std::string> ask(const std::string& question, std::chrono::milliseconds timeout)
     {
         const std::string line = question + "\n";
         if (!port.write(ByteArray(line.begin(), line.end())))
             return std::nullopt;
 
         std::string received;
-        const auto deadline = Clock::now() + patience;
+        const auto deadline = Clock::now() + timeout;
         while (Clock::now() < deadline) {
             const auto asked = Clock::now();
             bool failed = false;
             const ByteArray bytes = port.read(256, &failed);
-            // Silence takes 0.5 s. Nothing, and at once, comes from a port that is gone: asking on would spin.
+            // Without data, read() returns after 0.5 s. If it returns at once, the port is gone: stop instead of
+            // spinning.
             if (failed || (bytes.empty() && Clock::now() - asked < std::chrono::milliseconds{250}))
                 return std::nullopt;
 
             received.append(bytes.begin(), bytes.end());
-            received.erase(0, received.find_first_not_of("\r\n"));  // the LF of the answer before comes on its own
+            received.erase(0, received.find_first_not_of("\r\n"));  // the LF of the previous answer may arrive late
             const size_t end = received.find_first_of("\r\n");
             if (end != std::string::npos)
                 return received.substr(0, end);

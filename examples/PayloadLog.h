@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
-/// A bus in front of a bus: passes every call on and logs the bytes at DEBUG, to the logger "Payload". A chip's driver
-/// does not notice.
+/// Passes every call on to another bus and logs the bytes at DEBUG to the logger "Payload". A chip driver can use it in
+/// place of that bus.
 class PayloadLog : public SyncSerialBase
 {
 public:

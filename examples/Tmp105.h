@@ -10,7 +10,7 @@ class Tmp105
 public:
     explicit Tmp105(SyncSerialBase& i2c) : bus(i2c) {}
 
-    /// Temperature in degrees Celsius; nothing when the chip did not answer.
+    /// Reads the temperature in degrees Celsius; nothing if the chip did not answer.
     ///
     ///     S Addr Wr [A] 00 [A] Sr Addr Rd [A] [high] A [low] NA P
     std::optional<double> celsius()
@@ -18,7 +18,7 @@ public:
         const ByteArray answer = bus.writeRead({0x00}, 2);
         if (answer.empty())
             return std::nullopt;
-        return static_cast<int16_t>(answer[0] << 8 | answer[1]) / 256.0;  // two's complement, whole degrees in front
+        return static_cast<int16_t>(answer[0] << 8 | answer[1]) / 256.0;  // two's complement, degrees in the high byte
     }
 
 private:

@@ -1,4 +1,4 @@
-// Prints what a DPS310 measures, and the bytes on the bus; the chip may be on either bus:
+// Prints one measurement of a DPS310, and logs the bytes on the bus, which is I2C or SPI:
 //     barometer /dev/i2c-4 0x77
 //     barometer /dev/spidev2.0
 #include "Dps310.h"
@@ -18,7 +18,7 @@
 
 int main(int argc, char* argv[])
 {
-    const log4cplus::Initializer log4cplusLife;
+    const log4cplus::Initializer log4cplusInitializer;
     log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);  // to standard error
 
     std::unique_ptr<SyncSerialBase> bus;
@@ -31,7 +31,7 @@ int main(int argc, char* argv[])
         return 2;
     }
     if (!bus->init())
-        return EXIT_FAILURE;  // the log says why
+        return EXIT_FAILURE;  // the reason is in the log
 
     PayloadLog payload{*bus};
     Dps310 sensor{payload, argc == 3 ? Dps310::Bus::i2c : Dps310::Bus::spi};
@@ -46,7 +46,7 @@ int main(int argc, char* argv[])
         measured = sensor.measure();
     }
     if (!measured) {
-        std::fprintf(stderr, "barometer: nothing is measured\n");
+        std::fprintf(stderr, "barometer: the DPS310 delivers no measurement\n");
         return EXIT_FAILURE;
     }
     std::printf("%.2f degrees Celsius, %.2f hPa\n", measured->celsius, measured->pascal / 100);

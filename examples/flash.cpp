@@ -1,4 +1,4 @@
-// Writes a text to a flash and reads it back. All else in the sector of 4096 bytes at ADDRESS is lost:
+// Writes a text to a flash and reads it back. It erases the whole 4096-byte sector that contains ADDRESS:
 //     flash /dev/spidev2.0 0x10000 "some text"
 #include "Flash.h"
 
@@ -19,7 +19,7 @@ static int fail(const char* what)
 
 int main(int argc, char* argv[])
 {
-    const log4cplus::Initializer log4cplusLife;
+    const log4cplus::Initializer log4cplusInitializer;
     log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);  // to standard error
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
 
@@ -31,10 +31,10 @@ int main(int argc, char* argv[])
     const std::string text = argv[3];
     const ByteArray bytes(text.begin(), text.end());
 
-    ErrorWatch watch;  // init() is true also when mode or clock were refused
+    const ErrorWatch watch;  // init() also returns true if the driver refused mode or clock
     Spi bus{argv[1], 10'000'000, 0};
     if (!bus.init() || watch.failed())
-        return EXIT_FAILURE;  // the log says why
+        return EXIT_FAILURE;  // the reason is in the log
 
     Flash flash{bus};
     const std::optional<ByteArray> id = flash.id();
@@ -43,10 +43,10 @@ int main(int argc, char* argv[])
     std::printf("id %02x %02x %02x\n", (*id)[0], (*id)[1], (*id)[2]);
 
     if (!flash.eraseSector(address))
-        return fail("erasing failed");
+        return fail("erasing failed; see the log");
     if (!flash.program(address, bytes))
-        return fail("programming failed: more than the page holds, or see the log");
+        return fail("programming failed: the text does not fit into the page, or see the log");
     if (flash.read(address, bytes.size()) != bytes)
-        return fail("the chip does not hold what was programmed: protected?");
+        return fail("reading back differs from what was written: the chip may be write-protected");
     std::printf("%zu bytes written and read back\n", bytes.size());
 }

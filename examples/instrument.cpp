@@ -1,4 +1,4 @@
-// Asks an instrument one question and prints its answer: instrument /dev/ttyUSB0 9600 "*IDN?"
+// Sends one question to an instrument and prints its answer: instrument /dev/ttyUSB0 9600 "*IDN?"
 #include "Instrument.h"
 
 #include <log4cplus/configurator.h>
@@ -9,7 +9,7 @@
 
 int main(int argc, char* argv[])
 {
-    const log4cplus::Initializer log4cplusLife;
+    const log4cplus::Initializer log4cplusInitializer;
     log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);  // to standard error
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
 
@@ -21,7 +21,7 @@ int main(int argc, char* argv[])
 
     Uart port{argv[1], std::atoi(argv[2]), 1, "none", true};
     if (!port.init())
-        return EXIT_FAILURE;  // the log says why
+        return EXIT_FAILURE;  // the reason is in the log
 
     const std::optional<std::string> answer = Instrument{port}.ask(argv[3], std::chrono::seconds{5});
     if (!answer) {

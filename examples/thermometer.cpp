@@ -1,4 +1,4 @@
-// Prints the temperature that a TMP105 measures, once: thermometer /dev/i2c-4 0x48
+// Prints the temperature of a TMP105: thermometer /dev/i2c-4 0x48
 #include "Tmp105.h"
 
 #include <serialComm/I2c.h>
@@ -11,7 +11,7 @@
 
 int main(int argc, char* argv[])
 {
-    const log4cplus::Initializer log4cplusLife;
+    const log4cplus::Initializer log4cplusInitializer;
     log4cplus::BasicConfigurator::doConfigure(log4cplus::Logger::getDefaultHierarchy(), true);  // to standard error
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
 
@@ -22,7 +22,7 @@ int main(int argc, char* argv[])
 
     I2c bus{argv[1], static_cast<int>(std::strtol(argv[2], nullptr, 0))};
     if (!bus.init())
-        return EXIT_FAILURE;  // the log says why
+        return EXIT_FAILURE;  // the reason is in the log
 
     Tmp105 sensor{bus};
     const std::optional<double> celsius = sensor.celsius();

@@ -1,5 +1,5 @@
-// Every operation, with every one of its system calls failing in every way: what was promised happens, nothing leaks,
-// and the next call works.
+// Makes every system call of every operation fail in every way, and checks the log lines, the result, that nothing
+// leaks and that the next call works.
 #include "serialComm/I2c.h"
 #include "serialComm/Spi.h"
 #include "serialComm/Uart.h"
@@ -18,13 +18,13 @@
 #include <optional>
 #include <sstream>
 
-/// One system call of an operation, and what its failures come to.
+/// One system call of an operation, and the consequences of its failure.
 struct Step {
     Answer success;
-    std::vector<long> failures;  ///< Results that are failures; -1 comes with every errno.
-    std::string line;            ///< ERROR line, with <result>, <errno> and <error>; empty if there is none.
-    std::string returned;        ///< What the operation then returns; empty if it goes on.
-    size_t cleanUp = 0;          ///< Calls that follow when it does not go on.
+    std::vector<long> failures;  ///< Results that are failures; -1 is tried with every errno.
+    std::string line;            ///< ERROR line with <result>, <errno> and <error>; empty if there is none.
+    std::string returned;        ///< Result of the operation; empty if the operation continues.
+    size_t cleanUp = 0;          ///< Number of system calls that follow if it does not continue.
 };
 
 struct Operation {
@@ -32,12 +32,12 @@ struct Operation {
     std::vector<Step> steps;
     std::string returned;
     std::function<std::string()> call;
-    std::string levels;          ///< Of the lines, but for ERROR, that it writes at TRACE.
-    std::string levelsCutShort;  ///< The same when a failure ends it.
+    std::string levels;           ///< Levels of all lines other than ERROR, with the logger at TRACE.
+    std::string levelsOnFailure;  ///< The same if a failure ends the operation.
 };
 
-/// A call of which nothing is promised: its failure goes by unnoticed.
-static Step unnoticed(const Answer& success = answers(0))
+/// A system call whose failure has no consequence.
+static Step ignored(const Answer& success = answers(0))
 {
     return {success, {-1}, "", "", 0};
 }
@@ -65,7 +65,7 @@ static std::string filledIn(std::string line, const Answer& failure)
     return line;
 }
 
-/// What was logged: the text of ERROR lines, and the levels of the others.
+/// The text of the ERROR lines, and the levels of the other lines.
 static std::pair<std::string, std::string> logOf(const std::string& timeline)
 {
     std::string errors;
@@ -82,7 +82,7 @@ static std::pair<std::string, std::string> logOf(const std::string& timeline)
     return {errors, levels};
 }
 
-/// Runs an operation with one of its steps failing.
+/// Runs an operation whose `failing` step, if any, gets the answer `failure`.
 static void runWith(const Operation& operation, const Step* failing, const Answer& failure, log4cplus::LogLevel level)
 {
     Script script;
@@ -93,7 +93,7 @@ static void runWith(const Operation& operation, const Step* failing, const Answe
         if (&step == failing && !step.returned.empty()) {
             script.resize(script.size() + step.cleanUp);
             returned = step.returned;
-            levels = operation.levelsCutShort;
+            levels = operation.levelsOnFailure;
             break;
         }
     }
@@ -106,7 +106,9 @@ static void runWith(const Operation& operation, const Step* failing, const Answe
     EXPECT_EQ(level == log4cplus::TRACE_LOG_LEVEL ? levels : "", others);
 }
 
-/// Runs an operation once for each failure of each of its steps; gives how often that was.
+/// Runs an operation once for each failure of each of its steps.
+///
+/// @return The number of failures tried.
 static int runWithEachFailure(const Operation& operation, log4cplus::LogLevel level)
 {
     constexpr int lastErrno = EHWPOISON;
@@ -120,7 +122,7 @@ static int runWithEachFailure(const Operation& operation, log4cplus::LogLevel le
                 const int before = counts().blocks;
                 runWith(operation, &step, {result, error, {}, {}}, level);
                 runWith(operation, nullptr, {}, level);
-                EXPECT_EQ(before, counts().blocks) << "blocks of memory";
+                EXPECT_EQ(before, counts().blocks) << "a block of memory leaks";
                 ++cases;
             }
         }
@@ -130,7 +132,7 @@ static int runWithEachFailure(const Operation& operation, log4cplus::LogLevel le
 
 TEST(Faults, EachCallOfEachOperationFailsInEachWay)
 {
-    // Devices that stay open meanwhile; the kernel that answers their closing outlives them.
+    // Devices that stay open during the test. `kernel` is declared first because it answers when they are closed.
     std::optional<ScriptedKernel> kernel;
     I2c i2c{"/dev/i2c-4", 0x48};
     Spi spi{"/dev/spidev2.0", 500000, 0};
@@ -153,7 +155,7 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
         {"I2c::init",
          {{answers(8), {-1}, "Failed to open i2c device: /dev/i2c-5", "false", 0},
           {answers(0), {-1, 1, -22}, "ioctl failed", "false", 1},
-          unnoticed()},
+          ignored()},
          "true",
          [] {
              return text(I2c{"/dev/i2c-5", 0x50}.init());
@@ -201,7 +203,7 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
           spiModeBack,
           spiSpeed,
           spiSpeedBack,
-          unnoticed()},
+          ignored()},
          "true",
          [] {
              return text(Spi{"/dev/spidev2.1", 1000, 0}.init());
@@ -234,14 +236,14 @@ TEST(Faults, EachCallOfEachOperationFailsInEachWay)
          ""},
         {"Uart::init",
          {{answers(8), {-1}, uartPath, "false", 0},
-          unnoticed(),
+          ignored(),
           {answers(0), {-1}, "Cannot clear terminal attributes", "", 0},
           {answers(0), {-1}, "Failed to set new attributes", "false", 2},
           {names("/dev/pts/9"), {}, "", "", 0},
           {answers(0), {-1}, uartUnlock, "false", 2},
           {answers(0), {-1}, uartUnlock, "false", 2},
-          unnoticed(),
-          unnoticed()},
+          ignored(),
+          ignored()},
          "true",
          [] {
              return text(Uart{"/dev/ptmx", 9600, 1, "none", true}.init());

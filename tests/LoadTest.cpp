@@ -1,4 +1,4 @@
-// A host that is not linked to the library, and has no dbglog_scopedFunction(): it loads the library at run time.
+// A host without dbglog_scopedFunction() that is not linked to the library and loads it at run time.
 #include "serialComm/I2c.h"
 
 #include "support/Process.h"
@@ -14,7 +14,7 @@
 #include <string>
 #include <type_traits>
 
-static std::string libraryBesideThisProgram()
+static std::string pathOfLibrary()
 {
     char* self = realpath("/proc/self/exe", nullptr);
     const std::string program = self;
@@ -22,9 +22,9 @@ static std::string libraryBesideThisProgram()
     return program.substr(0, program.rfind('/')) + "/../lib/libvexo_serialComm.so";
 }
 
-TEST(Load, AThousandRoundsLeaveNothingBehind)
+TEST(Load, AThousandRoundsLeakNothing)
 {
-    const std::string library = libraryBesideThisProgram();
+    const std::string library = pathOfLibrary();
     const auto rounds = [&](int count) {
         for (int i = 0; i < count; ++i) {
             void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -34,10 +34,10 @@ TEST(Load, AThousandRoundsLeaveNothingBehind)
         }
     };
     rounds(100);
-    [[maybe_unused]] const long before = thisProcess().residentKiB;
+    [[maybe_unused]] const long before = resourcesInUse().residentKiB;
     rounds(1000);
-#ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
-    EXPECT_LT(thisProcess().residentKiB - before, 1024);
+#ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and detects leaks itself
+    EXPECT_LT(resourcesInUse().residentKiB - before, 1024);
 #endif
 }
 
@@ -60,7 +60,7 @@ TEST(Load, WithoutTheHostsFunctionATraceLineCarriesTheBareSignature)
     logger.setAdditivity(false);
     logger.setLogLevel(log4cplus::TRACE_LOG_LEVEL);
 
-    void* handle = dlopen(libraryBesideThisProgram().c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* handle = dlopen(pathOfLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, handle) << dlerror();
     const auto construct = reinterpret_cast<void (*)(void*, const std::string&, int)>(
         dlsym(handle, "_ZN3I2cC1ERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEi"));

@@ -10,12 +10,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <log4cplus/appender.h>
 #include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
 
+#include <fstream>
 #include <functional>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
-/// Opens a device as the descriptor of /dev/zero, which takes and gives any number of bytes and knows no request.
+/// Opens a device whose descriptor is /dev/zero: reads and writes of any length succeed, every ioctl() fails.
 template <class Device>
 static void openOnZero(Device& device, size_t answersAfterOpen)
 {
@@ -26,7 +32,7 @@ static void openOnZero(Device& device, size_t answersAfterOpen)
     EXPECT_TRUE(device.init());
 }
 
-TEST(Log, AStatementThatIsOffCostsOneLevelCheckAndNothingElse)
+TEST(Log, ADisabledStatementCostsOneLevelCheckAndNothingElse)
 {
     I2c i2c{"/dev/i2c-4", 0x48};
     Spi spi{"/dev/spidev2.0", 500000, 0};
@@ -44,16 +50,16 @@ TEST(Log, AStatementThatIsOffCostsOneLevelCheckAndNothingElse)
     } table[] = {
         {"I2c::write", [&] { i2c.write(data); }, 2, 0},
         {"I2c::read", [&] { i2c.read(16); }, 2, 1},
-        {"I2c::read of nothing", [&] { i2c.read(0); }, 2, 0},
+        {"I2c::read, length 0", [&] { i2c.read(0); }, 2, 0},
         {"I2c::readRegister", [&] { i2c.readRegister(1, 16); }, 2, 1},
         {"I2c::writeRegister", [&] { i2c.writeRegister(1, data); }, 2, 1},
-        {"I2c::writeRead, refused", [&] { i2c.writeRead(data, 16); }, 1, 1},
+        {"I2c::writeRead, failed", [&] { i2c.writeRead(data, 16); }, 1, 1},
         {"I2c::setMaxSpeed", [&] { i2c.setMaxSpeed(1); }, 1, 0},
-        {"Spi::write, refused", [&] { spi.write(data); }, 3, 0},
-        {"Spi::read, refused", [&] { spi.read(16); }, 3, 1},
-        {"Spi::writeRead, refused", [&] { spi.writeRead(data, 16); }, 1, 1},
-        {"Spi::writeRead with a copy, refused", [&] { spi.writeRead(data, 17); }, 1, 2},
-        {"Spi::setMaxSpeed, refused", [&] { spi.setMaxSpeed(1); }, 4, 0},
+        {"Spi::write, failed", [&] { spi.write(data); }, 3, 0},
+        {"Spi::read, failed", [&] { spi.read(16); }, 3, 1},
+        {"Spi::writeRead, failed", [&] { spi.writeRead(data, 16); }, 1, 1},
+        {"Spi::writeRead with a copy, failed", [&] { spi.writeRead(data, 17); }, 1, 2},
+        {"Spi::setMaxSpeed, failed", [&] { spi.setMaxSpeed(1); }, 4, 0},
         {"Uart::write", [&] { uart.write(data); }, 0, 0},
         {"Uart::read", [&] { uart.read(16); }, 0, 1},
     };
@@ -70,7 +76,7 @@ TEST(Log, AStatementThatIsOffCostsOneLevelCheckAndNothingElse)
     }
 }
 
-TEST(Log, ATraceLineAsksForItsTextEachTime)
+TEST(Log, EachTraceLineCallsScopedFunction)
 {
     recordLog();
     I2c device{"/dev/i2c-4", 0x48};
@@ -81,7 +87,47 @@ TEST(Log, ATraceLineAsksForItsTextEachTime)
     EXPECT_EQ(2, counts().scopesFormatted);
 }
 
-TEST(Log, ThresholdsDecideLineByLine)
+/// Collects the message of each record and the line of source code that the record names.
+class StatementKeeper : public log4cplus::Appender
+{
+public:
+    ~StatementKeeper() override { destructorImpl(); }
+    void close() override { closed = true; }
+    std::vector<std::pair<std::string, std::string>> statements;
+
+protected:
+    void append(const log4cplus::spi::InternalLoggingEvent& event) override
+    {
+        std::ifstream source{FOLDER "/../../" + event.getFile()};
+        std::string line;
+        for (int number = 0; number < event.getLine(); ++number) {
+            std::getline(source, line);
+        }
+        statements.emplace_back(event.getMessage(), line);
+    }
+};
+
+TEST(Log, ARecordNamesTheLineOfItsStatement)
+{
+    const log4cplus::SharedAppenderPtr keeper{new StatementKeeper};
+    log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
+    logger.removeAllAppenders();
+    logger.addAppender(keeper);
+    logger.setAdditivity(false);
+    logger.setLogLevel(log4cplus::ERROR_LOG_LEVEL);
+
+    I2c{"", 0}.setMaxSpeed(1);
+    Spi{"", 0, 0}.setMaxSpeed(1);
+    Uart{"", 0, 0, "", true}.write({1});
+    const auto& statements = static_cast<StatementKeeper&>(*keeper).statements;
+    EXPECT_EQ(4U, statements.size());
+    for (const auto& [message, line] : statements) {
+        EXPECT_EQ("LOG(ERROR, \"" + message + "\");", line.substr(line.find_first_not_of(' ')));
+    }
+    logger.removeAllAppenders();
+}
+
+TEST(Log, TheLevelDecidesWhichLinesAreWritten)
 {
     const struct {
         log4cplus::LogLevel level;
@@ -108,7 +154,7 @@ TEST(Log, ThresholdsDecideLineByLine)
     }
 }
 
-TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
+TEST(Load, AMillionTransfersOfEachKindLeakNothing)
 {
     const WillingKernel kernel;
     I2c i2c{"/dev/i2c-4", 0x48};
@@ -119,7 +165,7 @@ TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
 
     recordLog(log4cplus::ERROR_LOG_LEVEL);
     const int before = counts().blocks;
-    const Process processBefore = thisProcess();
+    const Resources processBefore = resourcesInUse();
     size_t done = 0;
     for (int i = 0; i < 1000000; ++i) {
         done += i2c.write(data) && i2c.writeRegister(1, data) && spi.write(data) && uart.write(data) ? 4 : 0;
@@ -128,8 +174,8 @@ TEST(Load, AMillionTransfersOfEachKindLeaveNothingBehind)
     }
     EXPECT_EQ(1000000U * (4 + 6 * 16), done);
     EXPECT_EQ(before, counts().blocks);
-    EXPECT_EQ(processBefore.descriptors, thisProcess().descriptors);
-#ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and looks for leaks itself
-    EXPECT_LT(thisProcess().residentKiB - processBefore.residentKiB, 256);
+    EXPECT_EQ(processBefore.descriptors, resourcesInUse().descriptors);
+#ifndef __SANITIZE_ADDRESS__  // it keeps freed memory for a while, and detects leaks itself
+    EXPECT_LT(resourcesInUse().residentKiB - processBefore.residentKiB, 256);
 #endif
 }

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Compares what a built library offers and asks for with what it must: exports.sh LIBRARY
+# Checks the symbols that a built library exports and imports, and the order of its initialisers: exports.sh LIBRARY
 set -euo pipefail
 
 library=$1
@@ -13,7 +13,7 @@ expect() {
 }
 
 defined=$(nm -DC --defined-only "$library" | cut -d' ' -f3-)
-expect "beyond the four classes" "" \
+expect "exports other than the four classes" "" \
     "$(grep -vE '^((SyncSerialBase|I2c|Spi|Uart)::|(vtable|typeinfo|typeinfo name) for (SyncSerialBase|I2c|Spi)$)' <<<"$defined" || true)"
 expect "operations" "I2c::I2c I2c::init I2c::read I2c::readRegister I2c::setMaxSpeed I2c::write I2c::writeRead \
 I2c::writeRegister I2c::~I2c Spi::Spi Spi::init Spi::read Spi::setMaxSpeed Spi::write Spi::writeRead Spi::~Spi \
@@ -26,4 +26,11 @@ expect "system calls, by these symbols" \
     "$(nm -D --undefined-only "$library" | sed 's/.* //; s/@.*//' |
         grep -E '^_*(cfset.*speed|close|grantpt|ioctl|open|ptsname|read|tc[a-z]*|unlockpt|write)[0-9a-z_]*$' | sort | xargs)"
 expect "the host's function" "w" "$(nm -DC --undefined-only "$library" | sed -n 's/^ *\(.\) dbglog_scopedFunction(.*/\1/p')"
+
+# The loader runs the functions of .init_array in order; their addresses are in the relocations.
+initialisers=$(nm "$library" | sed -n 's/^0*\([0-9a-f]*\) t _GLOBAL__sub_I_\([A-Z].*\.cpp\)$/\1 \2/p')
+expect "initialisers, in this order" "I2c.cpp Spi.cpp Uart.cpp" \
+    "$(readelf -rW "$library" | awk 'NR == FNR { name[$1] = $2; next } $NF in name { print name[$NF] }' \
+        <(echo "$initialisers") - | xargs)"
+expect "logger handles, one per source file" "3" "$(nm -C "$library" | grep -c ' b logger$')"
 exit $status

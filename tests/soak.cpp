@@ -1,6 +1,5 @@
-// Transfers over a pseudo-terminal, ports opened again and ports that cannot be opened, for minutes: soak MINUTES
-// A line every ten seconds says how it stands; ends in 0 when memory and descriptors are at the end what they were at
-// the start.
+// Transfers bytes over a pseudo-terminal, reopens ports and opens ports that do not exist: soak MINUTES
+// Prints its progress every ten seconds. Exits with 0 if memory and descriptors have not grown at the end.
 #include "serialComm/Uart.h"
 
 #include "support/Process.h"
@@ -18,7 +17,7 @@
 
 using Clock = std::chrono::steady_clock;
 
-/// Keeps the slave's name, which only the log tells.
+/// Keeps the slave's name, which the library reports only in the log.
 class SlaveName : public log4cplus::Appender
 {
 public:
@@ -66,7 +65,7 @@ int main(int argc, char** argv)
 
     Uart master{"/dev/ptmx", 115200, 1, "none", true};
     if (!master.init()) {
-        std::fprintf(stderr, "soak: no pseudo-terminal\n");
+        std::fprintf(stderr, "soak: cannot open /dev/ptmx; see the log\n");
         return 1;
     }
     const std::string slaveName = static_cast<SlaveName&>(*appender).name;
@@ -76,29 +75,30 @@ int main(int argc, char** argv)
     const auto run = [&](Clock::duration span) {
         for (const Clock::time_point end = Clock::now() + span; Clock::now() < end; transfers += 4000) {
             if (!round(slaveName, master)) {
-                std::fprintf(stderr, "soak: wrong after %ld transfers\n", transfers);
+                std::fprintf(stderr, "soak: a transfer failed or returned wrong bytes after %ld transfers\n",
+                             transfers);
                 std::exit(1);
             }
         }
     };
 
     run(std::chrono::seconds{1});
-    const Process before = thisProcess();
+    const Resources before = resourcesInUse();
     const Clock::time_point start = Clock::now();
     std::chrono::duration<double> elapsed{0};
     while (elapsed.count() < minutes * 60) {
         run(std::chrono::milliseconds{static_cast<int>(std::min(10.0, minutes * 60 - elapsed.count()) * 1000)});
         elapsed = Clock::now() - start;
-        const Process now = thisProcess();
+        const Resources now = resourcesInUse();
         std::printf("%5.1f of %g minutes: %ld transfers, %ld KiB, %zu descriptors\n", elapsed.count() / 60, minutes,
                     transfers, now.residentKiB, now.descriptors);
         std::fflush(stdout);
     }
 
-    const Process after = thisProcess();
+    const Resources after = resourcesInUse();
     if (after.descriptors != before.descriptors || after.residentKiB > before.residentKiB + 256) {
-        std::fprintf(stderr, "soak: %zu descriptors and %ld KiB before, %zu and %ld after\n", before.descriptors,
-                     before.residentKiB, after.descriptors, after.residentKiB);
+        std::fprintf(stderr, "soak: a leak: %zu descriptors and %ld KiB before, %zu and %ld after\n",
+                     before.descriptors, before.residentKiB, after.descriptors, after.residentKiB);
         return 1;
     }
     return 0;

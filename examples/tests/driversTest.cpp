@@ -1,5 +1,4 @@
-// How a chip's driver is tested without the chip: GoogleMock plays the bus, or a session does, or a chip with
-// registers.
+// How to test a chip driver without the chip: GoogleMock stands in for the bus, or a session, or a chip with registers.
 #include "../Dps310.h"
 #include "../Flash.h"
 #include "../PayloadLog.h"
@@ -12,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <log4cplus/appender.h>
+
+#include <thread>
 
 using serialComm::testing::RegisterChip;
 using serialComm::testing::SessionBus;
@@ -29,11 +30,11 @@ public:
     MOCK_METHOD(bool, setMaxSpeed, (int), (override));
 };
 
-// A DPS310 behind either bus: what it is asked and told, in this order.
+// A DPS310 on either bus: the expected reads and writes, in order.
 class Barometer : public testing::TestWithParam<Dps310::Bus>
 {
 protected:
-    Barometer()  // where nothing else is said, a read fails
+    Barometer()  // by default, a read fails
     {
         ON_CALL(bus, writeRead).WillByDefault([](const ByteArray&, size_t len) {
             return GetParam() == Dps310::Bus::i2c ? ByteArray{} : ByteArray(len);
@@ -46,7 +47,7 @@ protected:
             EXPECT_CALL(bus, writeRead(ByteArray{reg}, bytes.size())).WillOnce(Return(bytes));
             return;
         }
-        ByteArray reply{0xff};  // while the register's number goes out
+        ByteArray reply{0xff};  // received while the register address is sent
         reply.insert(reply.end(), bytes.begin(), bytes.end());
         EXPECT_CALL(bus, writeRead(ByteArray{static_cast<uint8_t>(reg | 0x80)}, reply.size())).WillOnce(Return(reply));
     }
@@ -56,7 +57,7 @@ protected:
 
     void resets()
     {
-        reads(0x08, {0xd0});  // up, and measuring pressure for somebody else
+        reads(0x08, {0xd0});  // ready, with a pressure measurement that another program started
         writes(0x0c, 0x09);
         reads(0x08, {0xc0});
     }
@@ -78,7 +79,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(OnI2c, Barometer, testing::Values(Dps310::Bus::i2c));
 INSTANTIATE_TEST_SUITE_P(OnSpi, Barometer, testing::Values(Dps310::Bus::spi));
 
-// 18 bytes of factors, 6 that mean nothing, and the thermometer that the factors are for.
+// 18 bytes of factors, 6 unused bytes, and the thermometer that the factors belong to.
 static const ByteArray typical{0x0e, 0x1e, 0xdd, 0x13, 0xca, 0x5f, 0x21, 0x52, 0xf9, 0xc6, 0x04, 0xd1, 0xdb,
                                0x47, 0x00, 0x5b, 0xfb, 0x3a, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x90};
 static const ByteArray opposite{0xf1, 0xf1, 0x23, 0xec, 0x35, 0xa0, 0xde, 0xae, 0x06, 0x3a, 0xfb, 0x2f, 0x24,
@@ -97,7 +98,7 @@ TEST_P(Barometer, CompensatesByTheChipsFactors)
     };
     const Row rows[] = {
         {"a room", typical, {0xfe, 0x2f, 0xee, 0x02, 0x69, 0xa6}, 24.738430, 92946.311422},
-        {"every sign turned", opposite, {0x01, 0xd0, 0x12, 0xfd, 0x96, 0x5a}, -200.261570, -68042.756089},
+        {"every sign inverted", opposite, {0x01, 0xd0, 0x12, 0xfd, 0x96, 0x5a}, -200.261570, -68042.756089},
         {"ends of the ranges", extreme, {0x80, 0x00, 0x00, 0x7f, 0xff, 0xff}, 31727.996096, 242217217.062958},
     };
     for (const Row& row : rows) {
@@ -106,7 +107,7 @@ TEST_P(Barometer, CompensatesByTheChipsFactors)
         ASSERT_TRUE(sensor.init());
 
         ByteArray bytes = row.pressureAndTemperature;
-        bytes.insert(bytes.end(), {0x00, 0x80, 0xc7});  // settings, and a status that the reading has cleared
+        bytes.insert(bytes.end(), {0x00, 0x80, 0xc7});  // settings, and the status, which the read has cleared
         reads(0x08, {0xf7});
         reads(0x00, bytes);
         const auto measured = sensor.measure();
@@ -121,14 +122,14 @@ TEST_P(Barometer, IsNotWrittenToBeforeItAnswers)
     failsToRead();
     EXPECT_FALSE(sensor.init());
 
-    const ByteArray notUp{0x00, 0xff, 0x40, 0x80};  // a dead line, low and high; factors or sensor not ready
-    for (const uint8_t flags : notUp) {
+    const ByteArray notReady{0x00, 0xff, 0x40, 0x80};  // line stuck low, stuck high; factors or sensor not ready
+    for (const uint8_t flags : notReady) {
         reads(0x08, {flags});
         EXPECT_FALSE(sensor.init());
     }
 }
 
-TEST_P(Barometer, DoesNotStartOverAFailedRead)
+TEST_P(Barometer, DoesNotStartAfterAFailedRead)
 {
     reads(0x08, {0xc0});
     writes(0x0c, 0x09);
@@ -147,12 +148,12 @@ TEST_P(Barometer, DoesNotStartOverAFailedRead)
     EXPECT_FALSE(sensor.init());
 }
 
-TEST_P(Barometer, DoesNotStartOverAFailedWrite)
+TEST_P(Barometer, DoesNotStartAfterAFailedWrite)
 {
     const ByteArray settings[] = {
-        {0x00, 0x00, 0xc7, 0x00},  // the thermometer was not chosen
-        {0x00, 0x80, 0xc0, 0x00},  // no measuring
-        {0x33, 0x80, 0xc7, 0x00},  // no reset: another program's settings
+        {0x00, 0x00, 0xc7, 0x00},  // thermometer not selected
+        {0x00, 0x80, 0xc0, 0x00},  // measurement not started
+        {0x33, 0x80, 0xc7, 0x00},  // not reset: another program's settings
         {0x00, 0x80, 0xc7, 0x04},
     };
     for (const ByteArray& readBack : settings) {
@@ -165,7 +166,7 @@ TEST_P(Barometer, DoesNotStartOverAFailedWrite)
     }
 
     reads(0x08, {0xc0});
-    EXPECT_CALL(bus, write).WillOnce(Return(false));  // as I2C says it
+    EXPECT_CALL(bus, write).WillOnce(Return(false));  // as I2c reports a failure
     EXPECT_FALSE(sensor.init());
 }
 
@@ -185,9 +186,10 @@ TEST_P(Barometer, NoticesEachFailedTransferOfItsStart)
     }
 }
 
-TEST_P(Barometer, TellsNothingNewAndFailureFromAMeasurement)
+TEST_P(Barometer, ReturnsNothingWithoutANewMeasurement)
 {
-    const ByteArray nothingNew{0xc7, 0xd7, 0xe7, 0xc0, 0xff};  // none or one of the two, reset meanwhile, a dead line
+    const ByteArray nothingNew{0xc7, 0xd7, 0xe7, 0xc0,
+                               0xff};  // none or one of the two new; chip reset; line stuck high
     for (const uint8_t flags : nothingNew) {
         reads(0x08, {flags});
         EXPECT_FALSE(sensor.measure());
@@ -210,11 +212,41 @@ TEST(Tmp105, ReadsBothSidesOfZero)
     EXPECT_EQ(sensor.celsius(), std::nullopt);
 }
 
-// What Spi does after a failure: an ERROR line, and a result like any other.
-static ByteArray failedTransfer(const ByteArray&, size_t len)
+static void logError()
 {
     log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
     LOG4CPLUS_ERROR(logger, "SPI can't send/read message. ret:-1");
+}
+
+TEST(ErrorWatch, SeesTheErrorsOfItsThreadWhileItLives)
+{
+    const ErrorWatch outer;
+    EXPECT_FALSE(outer.failed());
+    logError();
+    {
+        const ErrorWatch inner;
+        EXPECT_FALSE(inner.failed());
+        logError();
+        EXPECT_TRUE(inner.failed());
+    }
+    EXPECT_TRUE(outer.failed());
+
+    const ErrorWatch later;
+    std::thread{logError}.join();
+    EXPECT_FALSE(later.failed());
+}
+
+TEST(ErrorWatch, SeesErrorsOnly)
+{
+    const ErrorWatch watch;
+    LOG4CPLUS_INFO(log4cplus::Logger::getInstance("SerialComm"), "Leave");
+    EXPECT_FALSE(watch.failed());
+}
+
+// What Spi does after a failure: it logs an ERROR and returns as after a success.
+static ByteArray failedTransfer(const ByteArray&, size_t len)
+{
+    logError();
     return ByteArray(len);
 }
 
@@ -237,17 +269,17 @@ TEST(Flash, GivesUpOnAChipThatStaysBusy)
     EXPECT_FALSE(Flash{bus}.program(0x0100, {0x01}));
 }
 
-TEST(Flash, KnowsFromTheLogThatATransferFailed)
+TEST(Flash, NoticesAFailedTransferInTheLog)
 {
     StrictMock<MockBus> bus;
     EXPECT_CALL(bus, writeRead).WillOnce(failedTransfer);
     EXPECT_EQ(Flash{bus}.read(0, 16), std::nullopt);
 
     EXPECT_CALL(bus, write).WillOnce([](const ByteArray& data) { return failedTransfer(data, 0).empty(); });
-    EXPECT_FALSE(Flash{bus}.eraseSector(0));  // and the erase command itself does not go out
+    EXPECT_FALSE(Flash{bus}.eraseSector(0));  // the erase command itself is not sent
 }
 
-TEST(Flash, RefusesADeadLine)
+TEST(Flash, RejectsALineThatIsStuck)
 {
     for (const uint8_t level : {uint8_t{0x00}, uint8_t{0xff}}) {
         StrictMock<MockBus> bus;
@@ -258,7 +290,7 @@ TEST(Flash, RefusesADeadLine)
 
 TEST(Flash, RefusesToWrapAroundInAPage)
 {
-    StrictMock<MockBus> bus;  // nothing goes out
+    StrictMock<MockBus> bus;  // nothing is sent
     EXPECT_FALSE(Flash{bus}.program(0x01ff, {0x01, 0x02}));
 }
 
@@ -276,7 +308,7 @@ private:
     std::string& text;
 };
 
-TEST(PayloadLog, PassesOnAndLogsBytes)
+TEST(PayloadLog, PassesCallsOnAndLogsBytes)
 {
     log4cplus::Logger logger = log4cplus::Logger::getInstance("Payload");
     std::string text;

@@ -1,4 +1,4 @@
-// An instrument that is a pseudo-terminal: the test holds the master side, the driver's port is the slave.
+// A pseudo-terminal stands in for the instrument: the test uses the master side, the driver the slave.
 #include "../Instrument.h"
 
 #include <gtest/gtest.h>
@@ -18,12 +18,12 @@ protected:
     InstrumentTest() { grantpt(master), unlockpt(master); }
     ~InstrumentTest() override { close(master); }
 
-    void say(const std::string& text) const
+    void send(const std::string& text) const
     {
         ASSERT_EQ(write(master, text.data(), text.size()), ssize_t(text.size()));
     }
 
-    std::string heard() const
+    std::string receive() const
     {
         char bytes[64];
         const ssize_t count = read(master, bytes, sizeof bytes);
@@ -33,32 +33,32 @@ protected:
     int master = posix_openpt(O_RDWR | O_NOCTTY);
 };
 
-TEST_F(InstrumentTest, PutsTheAnswerTogether)
+TEST_F(InstrumentTest, JoinsTheParts)
 {
     Uart port{ptsname(master), 9600, 1, "none", true};
     ASSERT_TRUE(port.init());
 
     std::string question;
     std::thread instrument{[this, &question] {
-        question = heard();
-        say("ACME,");
-        std::this_thread::sleep_for(20ms);  // so that it comes in two reads
-        say("7\r\n");
+        question = receive();
+        send("ACME,");
+        std::this_thread::sleep_for(20ms);  // so that the driver needs two reads
+        send("7\r\n");
     }};
     EXPECT_EQ(Instrument{port}.ask("*IDN?", 5s), "ACME,7");
     instrument.join();
     EXPECT_EQ(question, "*IDN?\n");
 }
 
-TEST_F(InstrumentTest, ALineEndMayComeInTwoPieces)
+TEST_F(InstrumentTest, TakesALineEndingInTwoParts)
 {
     Uart port{ptsname(master), 9600, 1, "none", true};
     ASSERT_TRUE(port.init());
 
     std::thread instrument{[this] {
         for (const char* answer : {"first\r", "\nsecond\r", "\nthird\r\n"}) {
-            heard();
-            say(answer);
+            receive();
+            send(answer);
         }
     }};
     Instrument driver{port};
@@ -68,7 +68,7 @@ TEST_F(InstrumentTest, ALineEndMayComeInTwoPieces)
     instrument.join();
 }
 
-TEST_F(InstrumentTest, GivesUpOnSilence)
+TEST_F(InstrumentTest, StopsWaitingAfterTheTimeout)
 {
     Uart port{ptsname(master), 9600, 1, "none", true};
     ASSERT_TRUE(port.init());
@@ -81,7 +81,7 @@ TEST_F(InstrumentTest, NoticesThatThePortIsGone)
     ASSERT_TRUE(port.init());
 
     std::thread instrument{[this] {
-        heard();
+        receive();
         close(std::exchange(master, -1));
     }};
     const auto asked = std::chrono::steady_clock::now();

@@ -1,12 +1,18 @@
-// Uses each class once, with no header but the library's own, and needs no chip.
+// Uses each class once. It includes only the library's own headers and needs no chip.
 #include <serialComm/I2c.h>
 #include <serialComm/Spi.h>
 #include <serialComm/Uart.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <type_traits>
 
-// A derived class: its virtual table, and what dynamic_cast asks for, come out of the library.
+// A copy would close its original's descriptor.
+template <class Device>
+constexpr bool canBeCopied = std::is_copy_constructible_v<Device> || std::is_copy_assignable_v<Device>;
+static_assert(!canBeCopied<I2c> && !canBeCopied<Spi> && !canBeCopied<Uart>);
+
+// A derived class: its virtual table and type information refer to those in the library.
 class SlowSpi : public Spi
 {
 public:
@@ -28,12 +34,12 @@ int main()
     SlowSpi flash{"/dev/no-such-spi", 1'000'000, 0};
     SyncSerialBase* buses[] = {&sensor, &flash};
     for (SyncSerialBase* bus : buses)
-        expect(!bus->init(), "a node that does not exist was opened");
-    expect(dynamic_cast<Spi*>(buses[1]) != nullptr && dynamic_cast<Spi*>(buses[0]) == nullptr, "the types got lost");
-    expect(sensor.writeRead({0x00}, 2).empty(), "a closed bus answered");
+        expect(!bus->init(), "init() succeeds without the node");
+    expect(dynamic_cast<Spi*>(buses[1]) != nullptr && dynamic_cast<Spi*>(buses[0]) == nullptr, "dynamic_cast fails");
+    expect(sensor.writeRead({0x00}, 2).empty(), "a closed bus returns data");
 
     Uart port{"/dev/ptmx", 115200, 1, "none", true};
-    expect(port.init() && port.write({'h', 'i', '\n'}), "a pseudo-terminal can't be written to");
+    expect(port.init() && port.write({'h', 'i', '\n'}), "writing to a pseudo-terminal fails");
 
     std::puts("consumer: ok");
 }

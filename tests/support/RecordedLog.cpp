@@ -46,7 +46,7 @@ void recordLog(log4cplus::LogLevel level)
     host.setAdditivity(false);
 }
 
-/// The host's text for a trace line. It logs as well, which takes the message stream that all of this thread share.
+/// Stands in for the host's function. It logs a line itself, because log4cplus has only one message stream per thread.
 std::string dbglog_scopedFunction(const std::string& signature, const std::string& module)
 {
     ++counts().scopesFormatted;
@@ -54,7 +54,7 @@ std::string dbglog_scopedFunction(const std::string& signature, const std::strin
     return module + "/" + signature;
 }
 
-/// Stands before log4cplus's own: counts, and spoils errno.
+/// Replaces log4cplus's own function: counts the calls and overwrites errno.
 bool log4cplus::Logger::isEnabledFor(log4cplus::LogLevel level) const
 {
     using IsEnabledFor = bool (*)(const log4cplus::Logger*, log4cplus::LogLevel);

@@ -1,5 +1,7 @@
 #include "ScriptedKernel.h"
 
+#include "LineSpeeds.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
@@ -30,7 +32,7 @@ ScriptedKernel::ScriptedKernel(Script answersToGive) : script(std::move(answersT
 ScriptedKernel::~ScriptedKernel()
 {
     active = outer;
-    EXPECT_EQ(script.size(), used) << "answers were left over after:\n" << text;
+    EXPECT_EQ(script.size(), used) << "unused answers after:\n" << text;
 }
 
 RecordedKernel::RecordedKernel() : ScriptedKernel(Script{})
@@ -72,7 +74,7 @@ void ScriptedKernel::returned(const ByteArray& result)
 Answer ScriptedKernel::next(const std::string& call)
 {
     if (used == script.size()) {
-        ADD_FAILURE() << "not in the script: " << call;
+        ADD_FAILURE() << "unexpected call: " << call;
         return fails(ENOSYS);
     }
     return script[used++];
@@ -135,6 +137,9 @@ WillingKernel::~WillingKernel()
 
 std::string hex(const void* bytes, size_t size)
 {
+    if (bytes == AbsentBytes::address) {
+        return std::to_string(size) + "*..";
+    }
     const auto* first = static_cast<const uint8_t*>(bytes);
     std::ostringstream text;
     if (size > 16 && std::equal(first, first + size - 1, first + 1)) {
@@ -156,7 +161,7 @@ static std::string inHex(Number number)
     return text.str();
 }
 
-/// A record with the fields that were shown taken out: what is left must be zero, padding included.
+/// The end of a record's text. The fields in the text are set to 0 here; all other bytes, padding included, must be 0.
 template <class Record>
 static std::string rest(const Record& record)
 {
@@ -180,13 +185,31 @@ static std::string describe(const struct i2c_msg& message, const ScriptedKernel&
            ", " + kernel.memory(message.buf, message.len) + "}";
 }
 
+/// "B9600", as the C library's headers name it.
+static std::string nameOf(speed_t speed)
+{
+    for (const LineSpeed& known : lineSpeeds) {
+        if (known.constant == speed) {
+            return "B" + std::to_string(known.baud);
+        }
+    }
+    return speed == B0 ? "B0" : std::to_string(speed);
+}
+
+/// The text is the same with every C library: newer ones repeat the speed's code in c_cflag as the input speed.
 static std::string describe(const struct termios& attributes)
 {
     struct termios left;
     memcpy(&left, &attributes, sizeof left);
     left.c_cflag = left.c_ispeed = left.c_ospeed = left.c_cc[VTIME] = 0;
-    return "{cflag " + inHex(attributes.c_cflag) + ", VTIME " + std::to_string(attributes.c_cc[VTIME]) + ", speeds " +
-           std::to_string(attributes.c_ispeed) + " " + std::to_string(attributes.c_ospeed) + rest(left);
+
+    constexpr int inputSpeedShift = 16;
+    tcflag_t flags = attributes.c_cflag;
+    if ((flags & CIBAUD) == (flags & CBAUD) << inputSpeedShift) {
+        flags &= ~static_cast<tcflag_t>(CIBAUD);
+    }
+    return "{cflag " + inHex(flags) + ", VTIME " + std::to_string(attributes.c_cc[VTIME]) + ", speeds " +
+           nameOf(attributes.c_ispeed) + " " + nameOf(attributes.c_ospeed) + rest(left);
 }
 
 static std::string describe(unsigned long request, void* argument, const ScriptedKernel& kernel)
@@ -217,7 +240,7 @@ static std::string describe(unsigned long request, void* argument, const Scripte
     }
 }
 
-/// Where the kernel stores what a request reads.
+/// The address at which the kernel stores the result of a request.
 static void* destination(unsigned long request, void* argument)
 {
     if (request == I2C_RDWR) {
@@ -238,7 +261,7 @@ static std::string describeFlags(int flags)
     return left == 0 ? text : text + " | " + inHex(left);
 }
 
-/// How much the kernel stores when such a request succeeds.
+/// The number of bytes that the kernel stores if a request succeeds.
 static size_t storedSize(unsigned long request, void* argument)
 {
     switch (request) {
@@ -260,7 +283,7 @@ static std::string onDescriptor(const char* name, int fd, const std::string& arg
     return std::string{name} + "(" + std::to_string(fd) + (arguments.empty() ? "" : ", ") + arguments + ")";
 }
 
-/// The system library's own function of this name.
+/// The C library's own function of this name.
 template <class Function>
 static Function* original(const char* name)
 {
@@ -269,11 +292,11 @@ static Function* original(const char* name)
 
 constexpr size_t itsResult = SIZE_MAX;
 
-/// Gives the result of a call: the kernel's, which is kept, with the bytes that it stored, or the script's, whose bytes
-/// are stored.
+/// Answers a system call: from the script, storing the script's bytes, or by the real kernel, recording the bytes that
+/// it stores.
 ///
-/// @param call Writes the call down.
-/// @param size What the kernel stores on success; `itsResult` where its result says how much.
+/// @param call Returns the text of the call.
+/// @param size Bytes that the kernel stores on success; `itsResult` if the result is that number.
 template <class Result, class Kernel, class Call>
 static Result ask(const Kernel& kernel, const Call& call, void* storage = nullptr, size_t size = 0)
 {
@@ -297,8 +320,8 @@ static Result ask(const Kernel& kernel, const Call& call, void* storage = nullpt
     return static_cast<Result>(answer.result);
 }
 
-/// A descriptor that is recorded has a number as in the scripts: 7 or the next one that is free.
-static long openItself(const char* path, int flags, int mode)
+/// Opens a file. While calls are recorded, its descriptor is 7 or the next free one, as in scripts.
+static long openFile(const char* path, int flags, int mode)
 {
     const long fd = syscall(SYS_openat, AT_FDCWD, path, flags, mode);
     if (active == nullptr || fd < 0) {
@@ -310,11 +333,10 @@ static long openItself(const char* path, int flags, int mode)
 }
 
 #ifndef __clang__
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // what read() shall fill is looked at before
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"  // the buffer of a read() is shown before it is filled
 #endif
 
-// The system interface. The program's definitions come before the system library's wherever a shared library calls
-// them.
+// The system interface. These definitions take precedence over the C library's, also for calls from shared libraries.
 
 extern "C" int open(const char* path, int flags, ...)
 {
@@ -325,7 +347,7 @@ extern "C" int open(const char* path, int flags, ...)
     va_start(arguments, flags);
     const int mode = (flags & (O_CREAT | __O_TMPFILE)) != 0 ? va_arg(arguments, int) : 0;
     va_end(arguments);
-    return ask<int>([=] { return openItself(path, flags, mode); },
+    return ask<int>([=] { return openFile(path, flags, mode); },
                     [=] { return "open(\"" + std::string{path} + "\", " + describeFlags(flags) + ")"; });
 }
 
@@ -394,12 +416,12 @@ extern "C" int tcsetattr(int fd, int action, const struct termios* attributes) n
                     });
 }
 
-// These two only fill the record: they are kept, and done.
+// These two only fill the record: they are recorded and carried out.
 
 extern "C" int cfsetispeed(struct termios* attributes, speed_t speed) noexcept
 {
     if (active != nullptr) {
-        active->add("cfsetispeed(" + describe(*attributes) + ", " + std::to_string(speed) + ")");
+        active->add("cfsetispeed(" + describe(*attributes) + ", " + nameOf(speed) + ")");
     }
     return original<int(struct termios*, speed_t)>("cfsetispeed")(attributes, speed);
 }
@@ -407,7 +429,7 @@ extern "C" int cfsetispeed(struct termios* attributes, speed_t speed) noexcept
 extern "C" int cfsetospeed(struct termios* attributes, speed_t speed) noexcept
 {
     if (active != nullptr) {
-        active->add("cfsetospeed(" + describe(*attributes) + ", " + std::to_string(speed) + ")");
+        active->add("cfsetospeed(" + describe(*attributes) + ", " + nameOf(speed) + ")");
     }
     return original<int(struct termios*, speed_t)>("cfsetospeed")(attributes, speed);
 }

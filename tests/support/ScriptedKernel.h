@@ -2,18 +2,21 @@
 
 #include "serialComm/SyncSerialBase.h"
 
+#include <string.h>
+
 #include <log4cplus/loglevel.h>
 
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
-/// What the kernel answers to one system call.
+/// The kernel's answer to one system call.
 struct Answer {
     long result = 0;
     int errorNumber = 0;
-    ByteArray bytes;   ///< What it stores where the call said: bytes read, a mode, a speed, saved attributes.
-    std::string text;  ///< What ptsname() gives; empty for a null pointer.
+    ByteArray bytes;   ///< Stored through the pointer that the call passes: bytes read, a mode, a speed, attributes.
+    std::string text;  ///< Result of ptsname(); empty for a null pointer.
 };
 
 using Script = std::vector<Answer>;
@@ -31,11 +34,10 @@ inline Answer names(std::string slave)
     return {0, 0, {}, std::move(slave)};
 }
 
-/// While it lives, the system calls of this thread are answered from a script and kept, with the lines that reach the
-/// logger "SerialComm" between them, as one text. A call beyond the script and an answer that nobody asked for fail the
-/// test.
+/// While it lives, it answers the system calls of this thread from a script, and records them and the lines logged to
+/// "SerialComm" as one text. An unexpected call and an unused answer fail the test.
 ///
-/// Calls stand as strace writes them; in brackets bytes in memory, at the time of the call and, after the result, those
+/// Calls are written as by strace. Brackets enclose bytes of memory: those before the call and, after the result, those
 /// that the kernel stored.
 class ScriptedKernel
 {
@@ -45,11 +47,11 @@ public:
     ScriptedKernel& operator=(const ScriptedKernel&) = delete;
     ~ScriptedKernel();
 
-    /// Log lines from anywhere else show it: "(from FILE, FUNCTION)". In Enter and Leave lines the host's text for the
-    /// function that logs is left out.
+    /// Marks log lines from elsewhere with "(from FILE, FUNCTION)". Enter and Leave lines are recorded without the text
+    /// of dbglog_scopedFunction() if it names the function that logs.
     void expectLinesFrom(std::string file, std::string function);
 
-    /// Memory at this address is shown as "caller's": a copy of it is not.
+    /// Marks memory at this address with "caller's", so that a copy shows.
     void callersBuffer(const ByteArray& buffer);
 
     void returned(bool result);
@@ -58,9 +60,9 @@ public:
 
     [[nodiscard]] const std::string& timeline() const { return text; }
 
-    // For the system calls and the appender.
+    // Used by the system calls and the appender.
     static ScriptedKernel* ofThisThread();
-    bool passesOn = false;  ///< The kernel itself answers.
+    bool passesOn = false;  ///< The real kernel answers.
     Answer next(const std::string& call);
     void finish(const std::string& call, const Answer& answer);
     [[nodiscard]] std::string memory(const void* address, size_t size) const;
@@ -73,17 +75,17 @@ private:
     std::string expectedFile;
     std::string expectedFunction;
     const void* caller = nullptr;
-    ScriptedKernel* outer;  // answers again after this one
+    ScriptedKernel* outer;  // active again after this one
 };
 
-/// The same with the kernel itself answering, in the same words: descriptors that open() gives are 7, or the next ones.
+/// Records the same text while the real kernel answers. The descriptors that open() returns are 7 or the next free one.
 class RecordedKernel : public ScriptedKernel
 {
 public:
     RecordedKernel();
 };
 
-/// While it lives, each system call of this thread does all it was asked to, and nothing is kept.
+/// While it lives, each system call of this thread succeeds completely, and nothing is recorded.
 class WillingKernel
 {
 public:
@@ -93,20 +95,41 @@ public:
     ~WillingKernel();
 };
 
-/// "19 80"; more than 16 equal ones as "17*00"
+/// A ByteArray of any length without storage: any access to its bytes crashes. It serves to test lengths near 2^32,
+/// which the library passes to the kernel without looking at the bytes.
+class AbsentBytes
+{
+public:
+    static inline uint8_t* const address = reinterpret_cast<uint8_t*>(4096);  // the kernel maps nothing this low
+
+    explicit AbsentBytes(size_t size)
+    {
+        uint8_t* const pointers[] = {address, address + size, address + size};
+        static_assert(sizeof pointers == sizeof bytes);  // begin, end, end of storage: as in libstdc++ and libc++
+        memcpy(&bytes, pointers, sizeof bytes);
+    }
+
+    [[nodiscard]] const ByteArray& get() const { return reinterpret_cast<const ByteArray&>(bytes); }
+
+private:
+    std::aligned_storage_t<sizeof(ByteArray), alignof(ByteArray)> bytes{};
+};
+
+/// "19 80"; more than 16 equal bytes as "17*00"; those of an AbsentBytes as "17*..".
 std::string hex(const void* bytes, size_t size);
 
-/// What this thread did, counted.
+/// Counts what this thread does.
 struct Counts {
-    int levelChecks = 0;      ///< A logger asked whether a level is enabled; each time errno is left at nonsense.
+    int levelChecks = 0;      ///< Calls of Logger::isEnabledFor().
     int allocations = 0;      ///< Calls of operator new.
-    int blocks = 0;           ///< Those less the calls of operator delete.
+    int blocks = 0;           ///< Allocations minus deallocations.
     int scopesFormatted = 0;  ///< Calls of dbglog_scopedFunction().
 };
 Counts& counts();
 
-/// What every scripted call that succeeds, the appender and each level check leave in errno.
+/// Every successful scripted call, every log line and every level check set errno to this value, so that reading errno
+/// too late shows.
 constexpr int nonsense = 9999;
 
-/// Sends what the logger "SerialComm" gets to this thread's ScriptedKernel, if there is one.
+/// Sends the lines of the logger "SerialComm" to this thread's ScriptedKernel, if there is one.
 void recordLog(log4cplus::LogLevel level = log4cplus::TRACE_LOG_LEVEL);

@@ -1,53 +1,18 @@
 // The interactive session, between two pseudo-terminals: the one that it is operated from and the one behind which the
 // device is.
 
-#include <gtest/gtest.h>
+#include "Terminals.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <pty.h>
-#include <signal.h>
-#include <string.h>
-#include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
-#include <chrono>
 #include <fstream>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace
 {
-
-using std::chrono::steady_clock;
-
-/// Reads as long as the text is not whole; half a minute at most.
-template <typename Condition>
-std::string readWhile(int fd, Condition goesOn)
-{
-    std::string text;
-    const auto deadline = steady_clock::now() + std::chrono::seconds{30};
-    while (goesOn(text) && steady_clock::now() < deadline) {
-        struct pollfd input = {fd, POLLIN, 0};
-        char byte = 0;
-        if (poll(&input, 1, 100) > 0 && read(fd, &byte, 1) == 1)
-            text += byte;
-    }
-    return text;
-}
-
-std::string readUntil(int fd, const std::string& end)
-{
-    return readWhile(fd, [&](const std::string& text) {
-        return text.size() < end.size() || text.compare(text.size() - end.size(), end.size(), end) != 0;
-    });
-}
 
 /// The digits of a time of day are all the same.
 std::string masked(std::string text)
@@ -57,79 +22,12 @@ std::string masked(std::string text)
     return text;
 }
 
-/// The master of a pseudo-terminal, raw on both sides.
-struct Device {
-    Device()
-    {
-        int slave = -1;
-        std::array<char, 64> path{};
-        EXPECT_EQ(0, openpty(&master, &slave, path.data(), nullptr, nullptr));
-        name = path.data();
-        fcntl(master, F_SETFD, FD_CLOEXEC);  // a session that held it open would never see it close
-        struct termios raw {
-        };
-        tcgetattr(slave, &raw);
-        cfmakeraw(&raw);
-        tcsetattr(slave, TCSANOW, &raw);
-        close(slave);
-    }
-    ~Device() { close(master); }
-    Device(const Device&) = delete;
-    Device& operator=(const Device&) = delete;
-
-    void send(const std::string& text) const
-    {
-        EXPECT_EQ(static_cast<ssize_t>(text.size()), write(master, text.data(), text.size()));
-    }
-
-    int master = -1;
-    std::string name;
-};
-
-/// serialcomm uart term on a terminal of its own.
-class Term
+class Term : public OnTerminal
 {
 public:
     explicit Term(const std::string& port, const std::vector<std::string>& options = {})
+        : OnTerminal(wordsFor(port, options))
     {
-        EXPECT_EQ(0, openpty(&screen, &terminal, nullptr, nullptr, nullptr));
-        tcgetattr(terminal, &before);
-        process = fork();
-        if (process == 0) {
-            for (const int fd : {0, 1, 2})
-                dup2(terminal, fd);
-            for (const int fd : {screen, terminal})
-                close(fd);
-            std::vector<std::string> words{SERIALCOMM, "uart", "term", port};
-            words.insert(words.end(), options.begin(), options.end());
-            std::vector<char*> arguments(words.size() + 1);
-            std::transform(words.begin(), words.end(), arguments.begin(), [](auto& word) { return word.data(); });
-            execv(arguments[0], arguments.data());
-            _exit(127);
-        }
-    }
-    ~Term()
-    {
-        if (process > 0) {
-            kill(process, SIGKILL);
-            waitpid(process, nullptr, 0);
-        }
-        close(screen);
-        close(terminal);
-    }
-    Term(const Term&) = delete;
-    Term& operator=(const Term&) = delete;
-
-    void type(const std::string& keys) const
-    {
-        EXPECT_EQ(static_cast<ssize_t>(keys.size()), write(screen, keys.data(), keys.size()));
-    }
-
-    std::string shown(const std::string& end) const { return readUntil(screen, end); }
-
-    std::string shown(size_t size) const
-    {
-        return readWhile(screen, [=](const std::string& text) { return text.size() < size; });
     }
 
     /// Reads slowly what is shown.
@@ -145,33 +43,13 @@ public:
         }
     }
 
-    void terminate() const { kill(process, SIGTERM); }
-
-    /// The exit status; the terminal has to be as it was.
-    int ended()
-    {
-        int status = 0;
-        const auto deadline = steady_clock::now() + std::chrono::seconds{30};
-        pid_t done = 0;
-        while ((done = waitpid(process, &status, WNOHANG)) == 0 && steady_clock::now() < deadline)
-            poll(nullptr, 0, 10);
-        if (done == 0)
-            return -1;
-        process = -1;
-        struct termios after {
-        };
-        tcgetattr(terminal, &after);
-        EXPECT_EQ(before.c_lflag, after.c_lflag);
-        EXPECT_EQ(before.c_iflag, after.c_iflag);
-        return WEXITSTATUS(status);
-    }
-
 private:
-    int screen = -1;
-    int terminal = -1;
-    struct termios before {
-    };
-    pid_t process = -1;
+    static std::vector<std::string> wordsFor(const std::string& port, const std::vector<std::string>& options)
+    {
+        std::vector<std::string> words{"uart", "term", port};
+        words.insert(words.end(), options.begin(), options.end());
+        return words;
+    }
 };
 
 constexpr auto endKey = "\x1d";
@@ -274,7 +152,7 @@ TEST(Term, LeavesTheTerminalAsItWasAfterASignal)
     const Device device;
     Term term{device.name};
     term.shown(ready);
-    term.terminate();
+    term.signal(SIGTERM);
     EXPECT_EQ(128 + SIGTERM, term.ended());
 }
 
@@ -297,6 +175,144 @@ TEST(Term, AppendsTheSessionToAFile)
     Term refused{device.name, {"--log", "/nowhere/log"}};
     EXPECT_EQ("serialcomm: /nowhere/log: No such file or directory\r\n", refused.shown("\n"));
     EXPECT_EQ(3, refused.ended());
+}
+
+TEST(Term, GivesTheTerminalBackWhileItIsStopped)
+{
+    const Device device;
+    Term term{device.name};
+    term.shown(ready);
+    term.signal(SIGTSTP);
+    ASSERT_TRUE(waitUntil([&] { return term.changedTo(WUNTRACED); }));
+    EXPECT_TRUE(term.isAsBefore());
+    term.signal(SIGCONT);
+    ASSERT_TRUE(waitUntil([&] { return !term.isAsBefore(); }));
+    term.type("\x03");  // no signal, but a key
+    EXPECT_EQ("\x03", readUntil(device.master, "\x03"));
+    term.type(endKey);
+    EXPECT_EQ(0, term.ended());
+}
+
+TEST(Term, LeavesNothingRawAfterAnySignal)
+{
+    const struct rlimit noCore = {0, 0};
+    setrlimit(RLIMIT_CORE, &noCore);
+    const std::vector<int> others = {SIGKILL, SIGSTOP, SIGTSTP, SIGTTIN,  SIGTTOU,
+                                     SIGCONT, SIGCHLD, SIGURG,  SIGWINCH, SIGPIPE};
+    const Device device;
+    const struct termios before = device.settings();
+    for (int number = 1; number < NSIG; ++number) {
+        const bool isReserved = number > SIGSYS && number < SIGRTMIN;
+        if (isReserved || std::find(others.begin(), others.end(), number) != others.end())
+            continue;
+        SCOPED_TRACE(number);
+        Term term{device.name};
+        term.shown(ready);
+        term.signal(number);
+        EXPECT_EQ(128 + number, term.ended());
+        EXPECT_EQ(before.c_lflag, device.settings().c_lflag);
+        EXPECT_EQ(before.c_cflag, device.settings().c_cflag);
+    }
+}
+
+TEST(Term, SaysWhoHasThePortThatIsBack)
+{
+    const std::string link = testing::TempDir() + "serialcomm-used-" + std::to_string(getpid());
+    unlink(link.c_str());
+    auto device = std::make_unique<Device>();
+    ASSERT_EQ(0, symlink(device->name.c_str(), link.c_str()));
+    Term term{link};
+    term.shown(ready);
+    device.reset();
+    term.shown("ends\r\n");
+
+    const Device other;
+    const int user = open(other.name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(user, LOCK_EX));
+    unlink(link.c_str());
+    ASSERT_EQ(0, symlink(other.name.c_str(), link.c_str()));
+    EXPECT_EQ("serialcomm: " + link + " is back but in use by tool_uart_test (process " + std::to_string(getpid()) +
+                  ")\r\n",
+              term.shown("\n"));
+    close(user);
+    EXPECT_EQ("serialcomm: " + link + " is back\r\n", term.shown("\n"));
+    term.type(endKey);
+    EXPECT_EQ(0, term.ended());
+    unlink(link.c_str());
+}
+
+TEST(Term, EndsWhenItsInputEndsWhileThePortIsGone)
+{
+    auto device = std::make_unique<Device>();
+    Piped term{{"uart", "term", device->name}};
+    readUntil(term.errors, "Ctrl-] ends\n");
+    const std::string name = device->name;
+    device.reset();
+    readUntil(term.errors, "ends\n");
+    term.give("hello\n");
+    term.endInput();
+    EXPECT_EQ("serialcomm: " + name +
+                  " is gone: unplugged, or closed at the other side; 6 bytes of the input not sent\n",
+              readAll(term.errors));
+    EXPECT_EQ(1, term.ended());
+}
+
+TEST(Term, KeepsPipedInputWhileThePortIsGone)
+{
+    const std::string link = testing::TempDir() + "serialcomm-kept-" + std::to_string(getpid());
+    unlink(link.c_str());
+    auto device = std::make_unique<Device>();
+    ASSERT_EQ(0, symlink(device->name.c_str(), link.c_str()));
+    Piped term{{"uart", "term", link}};
+    readUntil(term.errors, "Ctrl-] ends\n");
+    device.reset();
+    readUntil(term.errors, "ends\n");
+    term.give("hello\n");
+    const Device other;
+    unlink(link.c_str());
+    ASSERT_EQ(0, symlink(other.name.c_str(), link.c_str()));
+    EXPECT_EQ("hello\r", readUntil(other.master, "\r"));
+    term.endInput();
+    EXPECT_EQ(0, term.ended());
+    unlink(link.c_str());
+}
+
+TEST(Term, PassesEveryByteThatIsPiped)
+{
+    const Device device;
+    Piped term{{"uart", "term", device.name}};
+    term.give("a\x1d"
+              "b\n");
+    EXPECT_EQ("a\x1d"
+              "b\r",
+              readUntil(device.master, "\r"));
+    term.endInput();
+    EXPECT_EQ(0, term.ended());
+}
+
+TEST(Term, KeepsPipedInputUntilSomebodyIsThere)
+{
+    Piped term{{"uart", "term", "pty"}};
+    const std::string name = readUntil(term.output, "\n");
+    term.give("hello\n");
+    term.endInput();
+    poll(nullptr, 0, 1200);  // longer than it waits for an answer
+    const int port = open(name.substr(0, name.size() - 1).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ("hello\r", readUntil(port, "\r"));
+    EXPECT_EQ(0, term.ended());
+    close(port);
+}
+
+TEST(Term, EndsTheLastLine)
+{
+    const Device device;
+    Term term{device.name};
+    term.shown(ready);
+    device.send("ok\r");
+    term.shown("ok\r");
+    term.type(endKey);
+    EXPECT_EQ("\r\n", term.shown("\n"));
+    EXPECT_EQ(0, term.ended());
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 
-// The interface has no source file of its own: its virtual table and type information are made here.
+// The interface has no source file of its own: this definition makes the compiler emit its virtual table here.
 SyncSerialBase::~SyncSerialBase() = default;
 
 I2c::I2c(const std::string& device, int slaveAddress) : address(slaveAddress), path(device) {}

@@ -1,4 +1,4 @@
-// The log of a source file: its handle on the logger, and the Enter and Leave lines. Not installed.
+// Logging in a source file: the logger handle, log statements, Enter and Leave lines. Not installed.
 #pragma once
 
 #include <log4cplus/logger.h>
@@ -6,12 +6,11 @@
 
 #include <string>
 
-/// Text of a trace line, by the host's logging library. Where the process has no such function, a trace line carries
-/// the bare signature.
-[[gnu::weak, gnu::visibility("default")]] std::string dbglog_scopedFunction(const std::string& signature,
-                                                                            const std::string& module);
+/// Formats a function signature for trace lines. The host's logging library defines it; in a process without it, trace
+/// lines contain the signature itself.
+[[gnu::weak]] std::string dbglog_scopedFunction(const std::string& signature, const std::string& module);
 
-/// Each source file has its own handle, obtained when the library is loaded.
+/// Each source file has its own handle, which it obtains when the library is loaded.
 static log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");
 
 static inline std::string scopedFunction(const std::string& signature)
@@ -19,10 +18,10 @@ static inline std::string scopedFunction(const std::string& signature)
     return dbglog_scopedFunction != nullptr ? dbglog_scopedFunction(signature, "SerialComm") : signature;
 }
 
-// One log statement, as log4cplus's own macros make it. A macro, since a record carries the name and line of the method
-// that logs. What composes the line is a function of its own, so that a call that writes none saves no registers and
-// carries no clean-up for one. `prepare` comes before the composing: it may log as well, and log4cplus has one message
-// stream a thread.
+// A log statement, equivalent to log4cplus's own macros. It is a macro because a log record contains the line and the
+// signature of the method that logs. The message is composed in a cold lambda, so that a method saves no registers and
+// has no cleanup code for lines that it does not write. `prepare` runs before the message is composed: it may log too,
+// and log4cplus has only one message stream per thread.
 #define LOG_LINE(level, prepare, message)                                                                       \
     do {                                                                                                        \
         if (logger.isEnabledFor(log4cplus::level##_LOG_LEVEL)) {                                                \

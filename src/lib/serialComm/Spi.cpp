@@ -10,10 +10,10 @@
 #include <algorithm>
 #include <cerrno>
 
-/// One message of one transfer, full duplex; a null `tx` sends zero bits, a null `rx` keeps nothing.
+/// Transfers one full-duplex message. A null `tx` sends zero bytes, a null `rx` drops the received bytes.
 ///
-/// @return What the driver answered: the bytes transferred, below 1 for a failure. -1 with errno EMSGSIZE, without a
-/// system call, for a length that the record's 32-bit field does not hold.
+/// @return The driver's result: the number of bytes transferred; less than 1 is a failure. -1 with errno EMSGSIZE,
+/// without a system call, if the length does not fit into the 32-bit field of the record.
 static int transfer(int fd, const uint8_t* tx, uint8_t* rx, size_t len, int speedHz)
 {
     if (len > UINT32_MAX) {

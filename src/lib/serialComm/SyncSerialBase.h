@@ -1,5 +1,5 @@
 /// @file
-/// The bytes of a transfer, and what the synchronous buses have in common.
+/// The byte buffer for transfers, and the common interface of the synchronous buses.
 #pragma once
 
 #include <stddef.h>
@@ -7,19 +7,19 @@
 
 #include <vector>
 
-/// The bytes of one transfer, first byte on the wire first.
+/// The bytes of one transfer, in their order on the wire.
 using ByteArray = std::vector<uint8_t>;
 
-/// A device on a synchronous serial bus, whichever bus it is: what a chip's driver is written against.
+/// A device on a synchronous serial bus. Chip drivers use this interface, so that they work on I2C and SPI.
 ///
-/// An object is constructed closed, opened by init() and closed by its destructor; it owns its descriptor and can be
-/// neither copied nor moved. Every call blocks in its system calls and runs in the caller's thread. There are no locks:
-/// threads that share one object order their calls themselves; different objects are independent.
+/// The constructor opens nothing; init() opens the device and the destructor closes it. The object owns its descriptor
+/// and can be neither copied nor moved. Every call runs in the caller's thread and blocks in its system calls. The
+/// class has no locks: the caller must serialise access to a shared object. Different objects are independent.
 ///
-/// A device error never throws. It writes an ERROR line to the log4cplus logger "SerialComm", and what the call then
-/// returns differs by bus: I2c says so, Spi does not (see there). A call on a closed object fails like any other, with
-/// errno 9 (EBADF). The only exceptions are those of building a ByteArray: std::bad_alloc, or std::length_error for a
-/// length beyond what a vector can hold.
+/// A device error never throws. It is logged as an ERROR line by the log4cplus logger "SerialComm". The result depends
+/// on the bus: I2c reports the failure, Spi does not (see Spi). On a closed object, system calls fail with errno 9
+/// (EBADF). The only exceptions are those of creating a ByteArray: std::bad_alloc, or std::length_error if the length
+/// is more than a vector can hold.
 class [[gnu::visibility("default")]] SyncSerialBase
 {
 public:
@@ -30,31 +30,33 @@ public:
 
     /// Opens the device node and applies the link parameters. A second call closes the earlier descriptor first.
     ///
-    /// @return true when the device is open; false after an ERROR line.
+    /// @return true if the device is open; false otherwise, with an ERROR line.
     virtual bool init() = 0;
 
     /// Receives bytes in one transfer.
     ///
     /// @param len Bytes to receive.
-    /// @return `len` bytes. After a failure: empty (I2c), or `len` bytes all the same (Spi).
+    /// @return `len` bytes. After a failure, an empty ByteArray (I2c) or still `len` bytes (Spi).
     virtual ByteArray read(size_t len) = 0;
 
-    /// Sends all bytes of `data` in one transfer, out of the caller's storage.
+    /// Sends bytes in one transfer, directly from the caller's buffer.
     ///
-    /// @return true when they were sent. After a failure: false (I2c), or true all the same (Spi).
+    /// @param data Bytes to send.
+    /// @return true if all bytes were sent. After a failure, false (I2c) or still true (Spi).
     virtual bool write(const ByteArray& data) = 0;
 
-    /// Sends and receives in one transfer, without giving up the bus in between.
+    /// Sends and receives in one transfer, without releasing the bus in between.
     ///
     /// @param data Bytes to send.
     /// @param len Bytes to receive.
-    /// @return I2c: the `len` bytes received after `data`. Spi: everything received from the first clock on, as many
-    /// bytes as the longer of `data` and `len`. After a failure as for read().
+    /// @return I2c: the `len` bytes received after `data` was sent. Spi: all bytes received from the first clock on;
+    /// their number is the larger of `data.size()` and `len`. After a failure as for read(), with Spi's full number of
+    /// bytes.
     virtual ByteArray writeRead(const ByteArray& data, size_t len) = 0;
 
-    /// Sets the highest bus clock.
+    /// Sets the maximum bus clock.
     ///
-    /// @param hz Clock in hertz.
-    /// @return false on I2c, which cannot; true on Spi, whatever the driver answered.
+    /// @param hz Clock in Hz.
+    /// @return I2c: false, because it is not supported. Spi: true, even if the driver refuses the clock.
     virtual bool setMaxSpeed(int hz) = 0;
 };

@@ -10,20 +10,35 @@
 #include <cerrno>
 #include <map>
 
-/// Bits per second to the speed constant of the kernel.
+// The kernel's code for a speed: 13 for 9600 bits per second. Up to glibc 2.41, B9600 is that code. From 2.42 on, B9600
+// is the number 9600, and the code is __B9600.
+#ifdef __B9600
+#define CODE(baud) __B##baud
+#else
+#define CODE(baud) B##baud
+#endif
+
+/// Bits per second to the kernel's code in c_cflag.
 static const std::map<int, long> baudRateMap = {
-    {110, B110},         {150, B150},         {200, B200},         {300, B300},         {600, B600},
-    {1200, B1200},       {2400, B2400},       {4800, B4800},       {9600, B9600},       {19200, B19200},
-    {38400, B38400},     {57600, B57600},     {115200, B115200},   {230400, B230400},   {460800, B460800},
-    {500000, B500000},   {576000, B576000},   {921600, B921600},   {1000000, B1000000}, {1152000, B1152000},
-    {1500000, B1500000}, {2000000, B2000000}, {2500000, B2500000}, {3000000, B3000000}, {3500000, B3500000},
-    {4000000, B4000000},
+    {110, CODE(110)},         {150, CODE(150)},         {200, CODE(200)},         {300, CODE(300)},
+    {600, CODE(600)},         {1200, CODE(1200)},       {2400, CODE(2400)},       {4800, CODE(4800)},
+    {9600, CODE(9600)},       {19200, CODE(19200)},     {38400, CODE(38400)},     {57600, CODE(57600)},
+    {115200, CODE(115200)},   {230400, CODE(230400)},   {460800, CODE(460800)},   {500000, CODE(500000)},
+    {576000, CODE(576000)},   {921600, CODE(921600)},   {1000000, CODE(1000000)}, {1152000, CODE(1152000)},
+    {1500000, CODE(1500000)}, {2000000, CODE(2000000)}, {2500000, CODE(2500000)}, {3000000, CODE(3000000)},
+    {3500000, CODE(3500000)}, {4000000, CODE(4000000)},
 };
 
-/// Number of stop bits to its flag in c_cflag.
+/// The speed for cfsetispeed() and cfsetospeed(), which take the C library's B9600 for 9600 bits per second.
+static speed_t librarySpeed(int baudRate, long kernelCode)
+{
+    return static_cast<speed_t>(B9600 == 9600 ? baudRate : kernelCode);
+}
+
+/// Number of stop bits to the flag in c_cflag.
 static const std::map<int, long> stopBitsMap = {{1, 0}, {2, CSTOPB}};
 
-/// Parity to its flags in c_cflag.
+/// Parity to the flags in c_cflag.
 static const std::map<std::string, long> parityMap = {{"none", 0}, {"even", PARENB}, {"odd", PARENB | PARODD}};
 
 static void restoreAndClose(int fd, const struct termios& savedAttributes)
@@ -78,12 +93,12 @@ bool Uart::init()
     }
     ::tcgetattr(fd, &savedAttributes);
 
-    // Raw: every flag off. VMIN 0 with VTIME 5 makes a blocking read wait 0.5 s at most for its first byte.
+    // Raw mode: all flags are off. With VMIN 0 and VTIME 5, a blocking read waits at most 0.5 s for the first byte.
     memset(&attributes, 0, sizeof attributes);
     attributes.c_cflag = static_cast<tcflag_t>(speed | parityFlags | stopBitsFlag | CS8 | CREAD | CLOCAL);
     attributes.c_cc[VTIME] = 5;
-    ::cfsetispeed(&attributes, static_cast<speed_t>(speed));
-    ::cfsetospeed(&attributes, static_cast<speed_t>(speed));
+    ::cfsetispeed(&attributes, librarySpeed(baudRate, speed));
+    ::cfsetospeed(&attributes, librarySpeed(baudRate, speed));
 
     if (::tcflush(fd, TCIOFLUSH) < 0) {
         LOG(ERROR, "Cannot clear terminal attributes");

@@ -1,0 +1,91 @@
+// Standard output carries only data, standard error everything that is said about it. What cannot be written ends the
+// program.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <serialComm/SyncSerialBase.h>
+
+#include <stdint.h>
+
+#include <string>
+
+/// What the user wants to see.
+struct OutputOptions {
+    int verbosity = 0;  ///< 1: traffic and the library's log from DEBUG on, on standard error; 2: from TRACE on
+    bool dryRun = false;
+    bool json = false;
+    bool raw = false;
+    bool hexDump = false;
+};
+
+/// The one place that renders results, as text, JSON or raw bytes.
+class Output
+{
+public:
+    using Fields = nlohmann::ordered_json;
+
+    explicit Output(const OutputOptions& given) : options(given) {}
+
+    [[nodiscard]] bool json() const { return options.json; }
+    [[nodiscard]] bool raw() const { return options.raw; }
+    [[nodiscard]] bool hexDump() const { return options.hexDump; }
+
+    /// What follows are results of one kind, one after the other: bytes in hex are one line each. `withTimes` puts the
+    /// time of day before each line, and "time" before the fields: seconds since the epoch, with microseconds.
+    void startSeries(bool withTimes);
+
+    /// Progress of long work, on a terminal on standard error, from one second after the start on. An empty text
+    /// removes it. The log at -v takes its place.
+    void progress(const std::string& text);
+
+    /// Bytes from a device: in hex, 16 a line; with --hexdump behind offsets, which count from `firstOffset`; with
+    /// --json as "bytes" behind `fields`; or with --raw as they are.
+    void bytes(const Fields& fields, const ByteArray& bytes, size_t firstOffset = 0);
+
+    /// A result that is no bytes: a line of text, or the fields with --json.
+    void result(const Fields& fields, const std::string& text);
+
+    /// What goes over the wire, one transfer a line: on standard error at -v.
+    void traffic(const std::string& lines) const;
+
+    /// The same in a dry run, where it is the result.
+    void plannedTraffic(const std::string& lines);
+
+private:
+    OutputOptions options;
+    int64_t startedMs = nowMs();
+    bool progressShown = false;
+    bool series = false;
+    bool times = false;
+
+    static int64_t nowMs();
+    [[nodiscard]] Fields withTime(const Fields& fields) const;
+    void line(const std::string& text) const;
+};
+
+/// "[12:34:56.789] ", local time.
+std::string timeOfDay();
+
+void print(const std::string& text);
+void printLine(const std::string& line);
+void printBytes(const ByteArray& bytes);
+
+/// One object, one line. Bytes that are not UTF-8 are shown as the replacement character.
+void printJson(const nlohmann::ordered_json& object);
+
+/// One line on standard error: "serialcomm: <message>". What is not printable is escaped.
+void printError(const std::string& message);
+
+/// The line behind an error: "  try: <hint>".
+void printHint(const std::string& hint);
+
+/// Writes everything to a descriptor. `name` is what the error message calls it.
+void writeAll(int fd, const void* data, size_t size, const std::string& name);
+
+/// Up to 64 KiB of a descriptor as soon as there is some; empty at its end. `name` is what the error message calls it.
+ByteArray readFrom(int fd, const std::string& name);
+ByteArray readInput();
+
+/// Everything up to the end, at most `most` bytes.
+ByteArray readWhole(int fd, const std::string& name, size_t most);
+ByteArray readWholeInput(size_t most);

@@ -1,0 +1,108 @@
+#include "base/Verb.h"
+
+Argument& Argument::complete(Candidates what)
+{
+    candidates = what;
+    return *this;
+}
+
+Argument& Argument::choose(std::vector<std::string> all)
+{
+    choices = std::move(all);
+    return *this;
+}
+
+Argument& Argument::suggest(std::vector<std::string> some)
+{
+    suggestions = std::move(some);
+    return *this;
+}
+
+Argument& Argument::exclude(const std::string& option)
+{
+    excludes.push_back(option);
+    return *this;
+}
+
+Argument& Argument::show(const std::string& text)
+{
+    synopsis = text;
+    return *this;
+}
+
+Argument& Grammar::add(Argument argument)
+{
+    return *all.emplace_back(std::make_unique<Argument>(std::move(argument)));
+}
+
+Argument& Grammar::withDefault(Argument& argument, const std::string& text)
+{
+    argument.defaultText = text;
+    if (!text.empty())
+        argument.take({text});
+    return argument;
+}
+
+Argument& Grammar::words(const std::string& name, const std::string& help, std::vector<std::string>& field)
+{
+    return add(
+        {name, "", help, "", {}, "", Candidates::None, true, true, {}, [&field](const std::vector<std::string>& given) {
+             field = given;
+         }});
+}
+
+Argument& Grammar::repeatedOption(const std::string& name, const std::string& value, const std::string& help,
+                                  std::vector<std::string>& field)
+{
+    return add({name,
+                value,
+                help,
+                "",
+                {},
+                "",
+                Candidates::None,
+                false,
+                true,
+                {},
+                [&field](const std::vector<std::string>& given) { field = given; }});
+}
+
+Argument& Grammar::flag(const std::string& name, const std::string& help, bool& field)
+{
+    return add({name,
+                "",
+                help,
+                "",
+                {},
+                "",
+                Candidates::None,
+                false,
+                false,
+                {},
+                [&field](const std::vector<std::string>& /*given*/) { field = true; }});
+}
+
+Argument& Grammar::count(const std::string& name, const std::string& help, int& field)
+{
+    return add({name,
+                "",
+                help,
+                "",
+                {},
+                "",
+                Candidates::None,
+                false,
+                true,
+                {},
+                [&field](const std::vector<std::string>& given) { field = static_cast<int>(given.size()); }});
+}
+
+void Grammar::output(OutputOptions& options, bool json, bool bytes)
+{
+    if (json)
+        flag("--json", "One JSON object a line", options.json);
+    if (bytes) {
+        flag("--raw", "Bytes as they are, not in hex", options.raw).exclude("--json");
+        flag("--hexdump", "Offset, hex and ASCII", options.hexDump).exclude("--json").exclude("--raw");
+    }
+}

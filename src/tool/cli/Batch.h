@@ -1,0 +1,5 @@
+#pragma once
+
+#include "base/Verb.h"
+
+void addBatchVerb(Verbs& verbs);

@@ -1,0 +1,122 @@
+#include "cli/CommandLine.h"
+
+#include "base/Failure.h"
+#include "base/LibraryLog.h"
+#include "base/Output.h"
+#include "base/Signals.h"
+#include "cli/Completion.h"
+#include "cli/Help.h"
+#include "cli/Parser.h"
+#include "cli/Suggest.h"
+#include "cli/Verbs.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace
+{
+
+/// A command line taken apart: the names of the verb, and all its other words in their order.
+struct Call {
+    std::vector<std::string> names;
+    std::vector<std::string> rest;
+};
+
+/// Options may stand before the bus and between bus and verb: they are the verb's all the same.
+Call callOf(const std::vector<std::string>& words)
+{
+    Call call;
+    size_t i = 0;
+    const auto complete = [&] { return !call.names.empty() && (call.names.size() == 2 || !isBus(call.names[0])); };
+    for (; i < words.size() && !complete() && words[i] != "--"; ++i) {
+        const std::string& word = words[i];
+        if (word.empty() || word[0] != '-') {
+            call.names.push_back(word);
+            continue;
+        }
+        call.rest.push_back(word);
+        if (word == "--log-config" && i + 1 < words.size())
+            call.rest.push_back(words[++i]);
+    }
+    call.rest.insert(call.rest.end(), words.begin() + static_cast<std::ptrdiff_t>(i), words.end());
+    return call;
+}
+
+bool asksFor(const std::string& option, const std::vector<std::string>& words)
+{
+    const auto end = std::find(words.begin(), words.end(), "--");
+    return std::find(words.begin(), end, option) != end;
+}
+
+/// Without a verb there is the list of verbs, "help" and "version".
+void executeWithoutVerb(const Call& call, const std::vector<std::string>& words)
+{
+    const bool help = asksFor("--help", call.rest) || asksFor("-h", call.rest);
+    if (call.names == std::vector<std::string>{"version"} || asksFor("--version", call.rest)) {
+        printLine("serialcomm " SERIALCOMM_VERSION);
+    } else if (call.names == std::vector<std::string>{"help"}) {
+        print(helpFor(call.rest));
+    } else if (call.names.empty() || (call.names.size() == 1 && isBus(call.names[0]))) {
+        if (!call.rest.empty() && !help)
+            throw Failure{WrongCommandLine, call.rest.front() + ": no verb", "serialcomm --help"};
+        print(help ? helpFor(call.names) : verbList(call.names));
+    } else {
+        throw unknownVerb(words);
+    }
+}
+
+void executeVerb(const Verb& verb, const std::vector<std::string>& words)
+{
+    const auto command = verb.make();
+    CommonOptions common;
+    addCommonOptions(*command, common);
+    parse(command->grammar, verb.words(), words);
+    command->check();
+    setUpLog(command->output.verbosity, common.logConfig);
+    Output output{command->output};
+    if (command->output.dryRun)
+        output.plannedTraffic(command->traffic());
+    else
+        command->run(output);
+    output.progress({});
+}
+
+}  // namespace
+
+void execute(const std::vector<std::string>& words)
+{
+    if (!words.empty() && words[0] == "--complete") {
+        print(completions({words.begin() + 1, words.end()}));
+        return;
+    }
+    const Call call = callOf(words);
+    const Verb* verb = findVerb(call.names);
+    if (verb == nullptr)
+        executeWithoutVerb(call, words);
+    else if (asksFor("--help", call.rest) || asksFor("-h", call.rest))
+        print(helpFor(call.names));
+    else if (asksFor("--version", call.rest))
+        executeWithoutVerb({{"version"}, {}}, words);
+    else
+        executeVerb(*verb, call.rest);
+}
+
+int runCommandLine(const std::vector<std::string>& words)
+{
+    try {
+        execute(words);
+        return Done;
+    } catch (const Failure& failure) {
+        printError(failure.message);
+        if (!failure.hint.empty())
+            printHint(failure.hint);
+        return failure.status;
+    } catch (const ExitStatus& exit) {
+        return exit.status;
+    } catch (const Interrupted& interrupted) {
+        endBySignal(interrupted.signal);
+    } catch (const std::exception& error) {  // out of memory
+        printError(error.what());
+        return TransferFailed;
+    }
+}

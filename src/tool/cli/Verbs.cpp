@@ -1,0 +1,36 @@
+#include "cli/Verbs.h"
+
+#include "cli/Batch.h"
+#include "device/List.h"
+#include "i2c/Verbs.h"
+#include "spi/Verbs.h"
+#include "uart/Verbs.h"
+
+#include <algorithm>
+
+const Verbs& allVerbs()
+{
+    static const Verbs verbs = [] {
+        Verbs all;
+        for (const auto add : {addListVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addBatchVerb})
+            add(all);
+        return all;
+    }();
+    return verbs;
+}
+
+const Verb* findVerb(const std::vector<std::string>& names)
+{
+    const Verbs& verbs = allVerbs();
+    const auto found = std::find_if(verbs.begin(), verbs.end(), [&](const Verb& verb) {
+        return *verb.bus == '\0' ? names == std::vector<std::string>{verb.name}
+                                 : names == std::vector<std::string>{verb.bus, verb.name};
+    });
+    return found == verbs.end() ? nullptr : &*found;
+}
+
+bool isBus(const std::string& word)
+{
+    const Verbs& verbs = allVerbs();
+    return !word.empty() && std::any_of(verbs.begin(), verbs.end(), [&](const Verb& verb) { return word == verb.bus; });
+}

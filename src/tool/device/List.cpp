@@ -1,0 +1,97 @@
+// The verb list.
+
+#include "device/List.h"
+
+#include "base/Bytes.h"
+#include "device/Node.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <array>
+
+namespace
+{
+
+struct ListRequest : NoTraffic {
+    std::string bus;  ///< empty: all of them
+};
+
+const std::array<const NodeKind*, 3> kinds = {&i2cBuses, &spiDevices, &serialPorts};
+
+void describe(Grammar& grammar, OutputOptions& output, ListRequest& request)
+{
+    grammar.optionalWord("BUS", "Devices of one bus only", request.bus, parseWord).choose({"i2c", "spi", "uart"});
+    grammar.output(output, true);
+}
+
+/// Null where it is not known.
+nlohmann::ordered_json valueOf(const std::string& text)
+{
+    return text.empty() ? nlohmann::ordered_json{} : nlohmann::ordered_json(text);
+}
+
+/// "FT232R USB UART (ftdi_sio), 0403:6001, serial A50285BI"
+std::string descriptionOf(const Node& node)
+{
+    std::string text = node.description.empty() ? node.driver : node.description;
+    if (!node.description.empty() && !node.usbId.empty())
+        text += " (" + node.driver + ")";
+    if (!node.usbId.empty())
+        text += ", " + node.usbId;
+    if (!node.serial.empty())
+        text += ", serial " + node.serial;
+    return printable(text);
+}
+
+void show(const NodeKind& kind, Output& output)
+{
+    const std::vector<Node> nodes = kind.nodes();
+    size_t pathWidth = 14;
+    size_t textWidth = 20;
+    for (const Node& node : nodes) {
+        pathWidth = std::max(pathWidth, node.path.size());
+        textWidth = std::max(textWidth, descriptionOf(node).size());
+    }
+    for (const Node& node : nodes) {
+        const std::string open = mayOpen(node.path);
+        const bool may = open == "yes";
+        std::string line = node.path;
+        line.resize(pathWidth + 2, ' ');
+        line += descriptionOf(node);
+        line.resize(pathWidth + textWidth + 4, ' ');
+        line += "open: " + open;
+        if (!node.byId.empty())
+            line += "  " + printable(node.byId);
+        nlohmann::ordered_json fields{{"bus", kind.bus},
+                                      {"device", node.path},
+                                      {"description", valueOf(node.description)},
+                                      {"driver", valueOf(node.driver)},
+                                      {"open", may},
+                                      {"reason", valueOf(may ? "" : open.substr(4))}};
+        if (&kind == &serialPorts) {
+            fields["by_id"] = valueOf(node.byId);
+            fields["usb_id"] = valueOf(node.usbId);
+            fields["serial"] = valueOf(node.serial);
+        }
+        output.result(fields, line);
+    }
+    if (nodes.empty())
+        printError(std::string{"no "} + kind.bus + " device here");
+}
+
+void run(const ListRequest& request, Output& output)
+{
+    for (const NodeKind* kind : kinds) {
+        if (request.bus.empty() || request.bus == kind->bus)
+            show(*kind, output);
+    }
+}
+
+}  // namespace
+
+void addListVerb(Verbs& verbs)
+{
+    verbs.push_back(
+        verb<ListRequest>("", "list", "list devices, their drivers and whether you can open them", "list i2c"));
+}

@@ -1,0 +1,52 @@
+// One chip on a bus, opened.
+#pragma once
+
+#include "device/OpenBus.h"
+#include "i2c/ChipDevice.h"
+#include "i2c/ChipRequest.h"
+
+#include <optional>
+#include <string>
+
+namespace i2c
+{
+
+class Chip : public OpenBus<ChipDevice>
+{
+public:
+    Chip(const ChipRequest& request, Output& shown);
+
+    bool write(const ByteArray& bytes);
+    ByteArray read(size_t count);
+    ByteArray writeRead(const ByteArray& bytes, size_t count);
+
+    /// Nothing when it did not answer.
+    std::optional<uint8_t> registerValue(const ByteArray& reg);
+
+    /// As write(), but false when it did not answer.
+    bool acknowledges(const ByteArray& bytes);
+
+    [[nodiscard]] Failure noAnswer() const;
+
+    /// "0x48 on /dev/i2c-4"
+    [[nodiscard]] std::string name() const;
+
+private:
+    template <typename Call>
+    bool answers(const std::string& traffic, Call call);
+    [[nodiscard]] Failure failure(size_t longest, const LibraryError& error) const override;
+
+    int address;
+};
+
+/// Why the library could not open a chip: its bus, or the kernel driver that has it.
+Failure chipOpenFailure(const std::string& path, int address, int error);
+
+/// What the bus can do, I2C_FUNC_... of <linux/i2c.h>. Throws where it cannot send plain messages, which all verbs
+/// need.
+unsigned long busFunctions(const std::string& path);
+
+/// The errno of a chip that did not acknowledge, which depends on the adapter's driver.
+bool meansNoAnswer(int error);
+
+}  // namespace i2c

@@ -1,0 +1,7 @@
+#include "spi/Verbs.h"
+
+void addSpiVerbs(Verbs& verbs)
+{
+    spi::addTransfers(verbs);
+    spi::addFlash(verbs);
+}
