@@ -2,8 +2,11 @@
 
 #include "base/Bytes.h"
 #include "base/Failure.h"
+#include "base/Output.h"
 #include "base/Values.h"
 #include "i2c/Values.h"
+
+#include "Terminals.h"
 
 #include <gtest/gtest.h>
 
@@ -177,6 +180,39 @@ TEST(Bytes, ADumpHasOffsetsHexAndText)
               "00000100: 41 ff                                              A.\n",
               hexDump(bytes, 0xf0, 8));
     EXPECT_EQ("", hexDump({}, 0, 8));
+}
+
+/// What is written to standard error while the function runs, with a terminal there.
+std::string onTerminal(const std::function<void()>& function)
+{
+    const Device terminal;
+    const int before = dup(STDERR_FILENO);
+    const int slave = open(terminal.name.c_str(), O_RDWR | O_NOCTTY);
+    dup2(slave, STDERR_FILENO);
+    close(slave);
+    function();
+    dup2(before, STDERR_FILENO);
+    close(before);
+    std::string text(100, '\0');
+    text.resize(static_cast<size_t>(std::max(ssize_t{0}, read(terminal.master, text.data(), text.size()))));
+    return text;
+}
+
+TEST(Output, ProgressIsShownOnATerminalAfterASecond)
+{
+    for (const int verbosity : {0, 1}) {
+        OutputOptions options;
+        options.verbosity = verbosity;
+        const std::string shown = onTerminal([&] {
+            Output output{options};
+            output.progress("too early");
+            poll(nullptr, 0, 1001);
+            output.progress("1 of 2");
+            output.result({}, "result");
+            output.progress({});
+        });
+        EXPECT_EQ(verbosity == 0 ? "\r\x1b[K1 of 2\r\x1b[K" : "", shown);
+    }
 }
 
 }  // namespace

@@ -301,6 +301,23 @@ TEST(UartVerbs, WriteWaitsUntilTheDriverHasSentAll)
     EXPECT_TRUE(kernel.outputQueue.empty());
 }
 
+TEST(UartVerbs, NameWhyAPortDoesNotOpen)
+{
+    FakeKernel kernel;
+    const auto port = std::make_shared<FakeSpi>();
+    kernel.devices["/dev/ttyX"] = port;
+    const struct {
+        int error;
+        const char* cause;
+    } rows[] = {{EMFILE, "Too many open files"}, {EIO, "Input/output error"}};
+    for (const auto& row : rows) {
+        port->openError = row.error;
+        const Outcome outcome = tool("uart read ttyX 1");
+        EXPECT_EQ(3, outcome.status);
+        EXPECT_EQ(std::string{"serialcomm: /dev/ttyX: "} + row.cause + '\n', outcome.err);
+    }
+}
+
 TEST(UartVerbs, AskTakesALimitedQuestion)
 {
     const ByteArray tooMuch(16 * 1024 * 1024 + 1, 'x');

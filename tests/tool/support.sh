@@ -169,3 +169,16 @@ unbound_during() {
     cat "$tmp/err" >&2
     bind "$1"
 }
+
+# node NAME MAJOR MINOR MODE [GROUP]: makes a character device in $tmp, which everybody may enter.
+node() {
+    chmod 755 "$tmp"
+    mknod "$tmp/$1" c "$2" "$3"
+    chgrp "${5-root}" "$tmp/$1"
+    chmod "$4" "$tmp/$1"
+}
+
+# as_nobody ARGS...: serialcomm as a user without groups.
+as_nobody() {
+    setpriv --reuid=nobody --regid=nogroup --clear-groups serialcomm "$@"
+}

@@ -4,8 +4,6 @@
 #include "base/Failure.h"
 #include "base/Signals.h"
 
-#include <nlohmann/json.hpp>
-
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
@@ -75,11 +73,6 @@ void printLine(const std::string& line)
 void printBytes(const ByteArray& bytes)
 {
     writeAll(STDOUT_FILENO, bytes.data(), bytes.size(), "standard output");
-}
-
-void printJson(const nlohmann::ordered_json& object)
-{
-    printLine(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 void printError(const std::string& message)
@@ -154,15 +147,15 @@ void Output::startSeries(bool withTimes)
     times = withTimes;
 }
 
-Output::Fields Output::withTime(const Fields& fields) const
+/// One object, one line.
+void Output::writeJson(Fields fields) const
 {
-    if (!times)
-        return fields;
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
-    Fields object{{"time", static_cast<double>(microseconds) / 1e6}};
-    object.update(fields);
-    return object;
+    if (times) {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+        fields.prepend("time", static_cast<double>(microseconds) / 1e6);
+    }
+    printLine(fields.text());
 }
 
 void Output::line(const std::string& text) const
@@ -174,9 +167,9 @@ void Output::bytes(const Fields& fields, const ByteArray& bytes, size_t firstOff
 {
     progress({});
     if (options.json) {
-        Fields object = withTime(fields);
+        Fields object = fields;
         object["bytes"] = bytes;
-        printJson(object);
+        writeJson(object);
     } else if (options.raw) {
         printBytes(bytes);
     } else if (options.hexDump) {
@@ -192,7 +185,7 @@ void Output::result(const Fields& fields, const std::string& text)
 {
     progress({});
     if (options.json)
-        printJson(withTime(fields));
+        writeJson(fields);
     else
         line(text);
 }

@@ -2,7 +2,8 @@
 // program.
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
+#include "base/Json.h"
+
 #include <serialComm/SyncSerialBase.h>
 
 #include <stdint.h>
@@ -22,8 +23,6 @@ struct OutputOptions {
 class Output
 {
 public:
-    using Fields = nlohmann::ordered_json;
-
     explicit Output(const OutputOptions& given) : options(given) {}
 
     [[nodiscard]] bool json() const { return options.json; }
@@ -59,7 +58,7 @@ private:
     bool times = false;
 
     static int64_t nowMs();
-    [[nodiscard]] Fields withTime(const Fields& fields) const;
+    void writeJson(Fields fields) const;
     void line(const std::string& text) const;
 };
 
@@ -69,9 +68,6 @@ std::string timeOfDay();
 void print(const std::string& text);
 void printLine(const std::string& line);
 void printBytes(const ByteArray& bytes);
-
-/// One object, one line. Bytes that are not UTF-8 are shown as the replacement character.
-void printJson(const nlohmann::ordered_json& object);
 
 /// One line on standard error: "serialcomm: <message>". What is not printable is escaped.
 void printError(const std::string& message);

@@ -5,8 +5,6 @@
 #include "base/Bytes.h"
 #include "device/Node.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <array>
 
@@ -23,12 +21,6 @@ void describe(Grammar& grammar, OutputOptions& output, ListRequest& request)
 {
     grammar.optionalWord("BUS", "Devices of one bus only", request.bus, parseWord).choose({"i2c", "spi", "uart"});
     grammar.output(output, true);
-}
-
-/// Null where it is not known.
-nlohmann::ordered_json valueOf(const std::string& text)
-{
-    return text.empty() ? nlohmann::ordered_json{} : nlohmann::ordered_json(text);
 }
 
 /// "FT232R USB UART (ftdi_sio), 0403:6001, serial A50285BI"
@@ -63,16 +55,16 @@ void show(const NodeKind& kind, Output& output)
         line += "open: " + open;
         if (!node.byId.empty())
             line += "  " + printable(node.byId);
-        nlohmann::ordered_json fields{{"bus", kind.bus},
-                                      {"device", node.path},
-                                      {"description", valueOf(node.description)},
-                                      {"driver", valueOf(node.driver)},
-                                      {"open", may},
-                                      {"reason", valueOf(may ? "" : open.substr(4))}};
+        Fields fields{{"bus", kind.bus},
+                      {"device", node.path},
+                      {"description", textOrNull(node.description)},
+                      {"driver", textOrNull(node.driver)},
+                      {"open", may},
+                      {"reason", textOrNull(may ? "" : open.substr(4))}};
         if (&kind == &serialPorts) {
-            fields["by_id"] = valueOf(node.byId);
-            fields["usb_id"] = valueOf(node.usbId);
-            fields["serial"] = valueOf(node.serial);
+            fields["by_id"] = textOrNull(node.byId);
+            fields["usb_id"] = textOrNull(node.usbId);
+            fields["serial"] = textOrNull(node.serial);
         }
         output.result(fields, line);
     }

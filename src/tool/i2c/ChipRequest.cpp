@@ -3,8 +3,6 @@
 #include "base/Bytes.h"
 #include "i2c/Values.h"
 
-#include <nlohmann/json.hpp>
-
 namespace i2c
 {
 
@@ -34,7 +32,7 @@ void check(const ChipRequest& request)
                " is reserved by the I2C standard; --any-address uses it all the same");
 }
 
-nlohmann::ordered_json fieldsOf(const ChipRequest& request)
+Fields fieldsOf(const ChipRequest& request)
 {
     return {{"device", request.bus}, {"address", hexNumber(static_cast<unsigned int>(request.address))}};
 }

@@ -4,8 +4,6 @@
 #include "base/Verb.h"
 #include "i2c/Values.h"
 
-#include <nlohmann/json_fwd.hpp>
-
 #include <string>
 
 namespace i2c
@@ -24,6 +22,6 @@ void describeBytes(Grammar& grammar, std::vector<std::string>& words);
 void check(const ChipRequest& request);
 
 /// "device" and "address", with which each result in JSON begins.
-nlohmann::ordered_json fieldsOf(const ChipRequest& request);
+Fields fieldsOf(const ChipRequest& request);
 
 }  // namespace i2c

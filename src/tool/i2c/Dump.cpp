@@ -7,8 +7,6 @@
 #include "i2c/ChipRequest.h"
 #include "i2c/Traffic.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 
 namespace i2c
@@ -101,12 +99,14 @@ std::string textOf(const Row& row, const Dump& request)
     return line + "    " + text;
 }
 
-nlohmann::ordered_json fieldsOf(const Row& row, const Dump& request)
+Fields fieldsOf(const Row& row, const Dump& request)
 {
-    nlohmann::ordered_json fields = fieldsOf(request);
+    Fields fields = fieldsOf(request);
     fields["register"] = hexName(registerAt(request, row.first));
+    std::vector<Json> bytes;
     for (const auto& value : row.values)
-        fields["bytes"].push_back(value ? nlohmann::ordered_json(*value) : nullptr);
+        bytes.push_back(value ? Json{*value} : Json{});
+    fields["bytes"] = bytes;
     return fields;
 }
 

@@ -9,8 +9,6 @@
 #include "i2c/ChipRequest.h"
 #include "i2c/Traffic.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <memory>
 
@@ -291,7 +289,7 @@ void compare(const Eeprom& request, const ByteArray& bytes)
 
 void show(const Eeprom& request, const ByteArray& bytes, Output& output)
 {
-    nlohmann::ordered_json fields = fieldsOf(request);
+    Fields fields = fieldsOf(request);
     fields["offset"] = request.offset;
     output.bytes(fields, bytes, request.offset);
 }

@@ -8,8 +8,6 @@
 #include "i2c/ChipRequest.h"
 #include "i2c/Traffic.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <optional>
 #include <utility>
@@ -109,7 +107,7 @@ ByteArray readUntil(Chip& chip, const Get& request, Output& output)
 
 void run(const Get& request, Output& output)
 {
-    nlohmann::ordered_json fields = fieldsOf(request);
+    Fields fields = fieldsOf(request);
     fields["register"] = hexName(request.reg);
     Chip chip{request, output};
     repeatedly(request.repeat, output, [&] {

@@ -10,8 +10,6 @@
 #include "i2c/Traffic.h"
 #include "i2c/Values.h"
 
-#include <nlohmann/json.hpp>
-
 #include <linux/i2c.h>
 
 #include <algorithm>
@@ -83,13 +81,13 @@ Answer ask(const std::string& bus, int address, bool byRead, Output& output)
     return answered ? Answer::Yes : Answer::None;
 }
 
-nlohmann::ordered_json fieldsOf(const std::string& bus, int address, Answer answer)
+Fields fieldsOf(const std::string& bus, int address, Answer answer)
 {
     const std::string driver = answer == Answer::InUse ? i2cDriver(bus, address) : "";
     return {{"device", bus},
             {"address", hexNumber(static_cast<unsigned int>(address))},
             {"in_use", answer == Answer::InUse},
-            {"driver", driver.empty() ? nlohmann::ordered_json{} : nlohmann::ordered_json(driver)}};
+            {"driver", textOrNull(driver)}};
 }
 
 std::string cellOf(int address, Answer answer)

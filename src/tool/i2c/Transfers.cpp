@@ -6,8 +6,6 @@
 #include "i2c/ChipRequest.h"
 #include "i2c/Traffic.h"
 
-#include <nlohmann/json.hpp>
-
 namespace i2c
 {
 namespace

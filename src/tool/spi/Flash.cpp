@@ -10,8 +10,6 @@
 #include "spi/Traffic.h"
 #include "spi/Values.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 
 namespace spi
@@ -180,7 +178,7 @@ void showId(const Flash& request, FlashChip& flash, Output& output)
 {
     const ByteArray id = flash.id();
     const FlashLayout& layout = flash.layout();
-    nlohmann::ordered_json size = nullptr;
+    Json size = nullptr;
     if (layout.size > 0)
         size = layout.size;
     output.result({{"device", request.device},

@@ -9,8 +9,6 @@
 #include "spi/Traffic.h"
 #include "spi/Values.h"
 
-#include <nlohmann/json.hpp>
-
 namespace spi
 {
 namespace

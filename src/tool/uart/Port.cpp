@@ -6,8 +6,6 @@
 #include "uart/PseudoTerminal.h"
 #include "uart/SerialPort.h"
 
-#include <nlohmann/json.hpp>
-
 #include <poll.h>
 #include <termios.h>
 

@@ -3,8 +3,6 @@
 #include "base/Bytes.h"
 #include "base/Failure.h"
 
-#include <nlohmann/json.hpp>
-
 #include <unistd.h>
 
 #include <algorithm>

@@ -7,8 +7,6 @@
 #include "uart/Port.h"
 #include "uart/Values.h"
 
-#include <nlohmann/json.hpp>
-
 #include <fcntl.h>
 #include <poll.h>
 #include <string.h>

@@ -8,8 +8,6 @@
 #include "uart/Reception.h"
 #include "uart/Values.h"
 
-#include <nlohmann/json.hpp>
-
 namespace uart
 {
 namespace
