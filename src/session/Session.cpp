@@ -86,10 +86,7 @@ std::string withError(const std::string& text, int error)
 std::string text(const Open& open)
 {
     std::string text = std::string{"open "} + busNames[static_cast<size_t>(open.bus)];
-    if (open.mode || open.speedHz)
-        text += "  mode " + (open.mode ? modeText(*open.mode) : "--");
-    if (open.speedHz)
-        text += ", " + frequency(*open.speedHz);
+    text += modeAndSpeed(open.mode, open.speedHz);
     if (open.line)
         text += "  " + toText(*open.line);
     return withError(text, open.error);
@@ -168,12 +165,8 @@ LineSettings takeLine(Words& words)
 
 void takeOpenState(Words& words, Open& open)
 {
-    if (open.bus == Bus::spi && words.take("mode")) {
-        if (!words.take("--"))
-            open.mode = static_cast<uint32_t>(takeNumber(words, UINT32_MAX, "an SPI mode, or --"));
-        if (words.takeMark(','))
-            open.speedHz = takeFrequency(words);
-    }
+    if (open.bus == Bus::spi && words.take("mode"))
+        takeModeAndSpeed(words, open.mode, open.speedHz);
     if (open.bus == Bus::serial && !words.atEnd() && words.peek().value[0] != 'E')
         open.line = takeLine(words);
 }

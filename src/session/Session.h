@@ -46,10 +46,10 @@ struct Setting {
         timeout,       ///< In units of 10 ms, as the kernel has it: "timeout 100"
         retries,       ///< "retries 3"
         functions,     ///< I2C_FUNCS: "get functions 0x0eff0009"
-        mode,          ///< "mode 3"
+        mode,          ///< "mode 0x03"
         lsbFirst,      ///< "lsb-first 1"
         bits,          ///< "bits 8"
-        speed,         ///< "speed 500 kHz"
+        speed,         ///< "speed 500000 Hz"
         line,          ///< "line 9600 8N1"
     };
     Name name = Name::address;

@@ -16,10 +16,13 @@ Transfer takeTransfer(Words& words);
 /// The name of an error; `expected` tells all that may stand in its place.
 int takeError(Words& words, const std::string& expected);
 
-/// "500 kHz"
+/// "500000 Hz", "500 kHz", "10 MHz".
 uint32_t takeFrequency(Words& words);
 
-/// "3", "0x44"; as transfers show it.
+/// What follows the word mode: "0x03, 500000 Hz", "as set".
+void takeModeAndSpeed(Words& words, std::optional<uint32_t>& mode, std::optional<uint32_t>& speedHz);
+
+/// "0x03"
 std::string modeText(uint32_t mode);
 
 }  // namespace session

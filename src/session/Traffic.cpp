@@ -84,9 +84,7 @@ std::string withData(const std::string& line, const Data& data, Length length)
 
 std::string segmentText(const SpiSegment& segment, Length length)
 {
-    std::string line = toText(segment.out, length);
-    append(line, "|");
-    line = withData(line, segment.in, length);
+    std::string line = withData("MOSI", segment.out, length) + ' ' + withData("MISO", segment.in, length);
     if (segment.speedHz != 0)
         line += ", " + frequency(segment.speedHz);
     if (segment.bitsPerWord != 0)
@@ -124,7 +122,7 @@ bool parseByte(const std::string& word, Byte& byte)
     return true;
 }
 
-/// The count in "[2]" and "9*00": decimal digits.
+/// The count in "[2]" and "00 x 9": decimal digits.
 bool parseCount(const std::string& digits, size_t& count)
 {
     if (digits.empty() || digits.size() > 9 || digits.find_first_not_of("0123456789") != std::string::npos)
@@ -139,24 +137,30 @@ void requireRoom(size_t size, size_t more)
         throw SyntaxError("more than " + std::to_string(mostBytes) + " bytes in one direction");
 }
 
+/// The "x 9" behind a byte; 1 where there is none.
+size_t takeRepetition(Words& words)
+{
+    size_t count = 1;
+    if (words.take("x") && !parseCount(words.take().value, count))
+        throw SyntaxError("x needs a decimal number behind it, as in 00 x 9");
+    return count;
+}
+
 /// Takes the bytes that come next; a word that is none ends them.
 Data takeData(Words& words)
 {
     Data data;
-    for (; !words.atEnd() && words.peek().kind != Word::Kind::mark; words.take()) {
+    while (!words.atEnd() && words.peek().kind != Word::Kind::mark) {
         const Word& word = words.peek();
-        const size_t star = word.value.find('*');
         Byte byte;
         size_t count = 0;
         if (word.kind == Word::Kind::text) {
             requireRoom(data.bytes.size(), word.value.size());
-            for (const char character : word.value)
+            for (const char character : words.take().value)
                 data.bytes.emplace_back(static_cast<uint8_t>(character));
         } else if (parseByte(word.value, byte)) {
-            requireRoom(data.bytes.size(), 1);
-            data.bytes.push_back(byte);
-        } else if (star != std::string::npos && parseByte(word.value.substr(star + 1), byte) &&
-                   parseCount(word.value.substr(0, star), count)) {
+            words.take();
+            count = takeRepetition(words);
             requireRoom(data.bytes.size(), count);
             data.bytes.insert(data.bytes.end(), count, byte);
         } else if (word.value.front() == '[' && word.value.back() == ']' &&
@@ -171,7 +175,7 @@ Data takeData(Words& words)
     return data;
 }
 
-constexpr auto bytesExpected = "a byte (two hexadecimal digits, --, 9*00 or a text in quotation marks)";
+constexpr auto bytesExpected = "a byte (two hexadecimal digits, --, 00 x 9 or a text in quotation marks)";
 
 uint16_t takeFlags(const std::string& word)
 {
@@ -255,9 +259,11 @@ void takeSegmentOption(Words& words, SpiSegment& segment)
 SpiSegment takeSegment(Words& words)
 {
     SpiSegment segment;
+    if (!words.take("MOSI"))
+        words.expected("MOSI and what is sent");
     segment.out = takeData(words);
-    if (!words.takeMark('|'))
-        words.expected(std::string{bytesExpected} + ", or | and what is received");
+    if (!words.take("MISO"))
+        words.expected(std::string{bytesExpected} + ", or MISO and what is received");
     segment.in = takeData(words);
     while (words.takeMark(','))
         takeSegmentOption(words, segment);
@@ -273,12 +279,8 @@ SpiTransfer takeSpi(Words& words)
     do {
         transfer.segments.push_back(takeSegment(words));
     } while (words.takeMark(';'));
-    if (words.take("mode")) {
-        if (!words.take("--"))
-            transfer.mode = static_cast<uint32_t>(takeNumber(words, UINT32_MAX, "an SPI mode, or --"));
-        if (words.takeMark(','))
-            transfer.speedHz = takeFrequency(words);
-    }
+    if (words.take("mode"))
+        takeModeAndSpeed(words, transfer.mode, transfer.speedHz);
     if (!words.atEnd())
         transfer.error = takeError(words, std::string{bytesExpected} + ", mode, or the name of an error");
     return transfer;
@@ -353,8 +355,8 @@ std::string toText(const Data& data, Length length)
         const auto first = data.bytes.begin() + static_cast<std::ptrdiff_t>(i);
         const auto other = std::find_if(first, data.bytes.end(), [&](const Byte& byte) { return byte != *first; });
         const auto run = static_cast<size_t>(other - first);
-        if (run > longestRun) {
-            append(text, std::to_string(run) + '*' + byteText(*first));
+        if (!*first || (run > longestRun && length == Length::whole)) {
+            append(text, repeated(*first, run));
             i += run;
         } else {
             append(text, byteText(*first));
@@ -387,10 +389,7 @@ std::string toText(const SpiTransfer& transfer, Length length)
     std::string line;
     for (const SpiSegment& segment : transfer.segments)
         line += (line.empty() ? "" : "; ") + segmentText(segment, length);
-    if (transfer.mode || transfer.speedHz)
-        line += "  mode " + (transfer.mode ? modeText(*transfer.mode) : "--");
-    if (transfer.speedHz)
-        line += ", " + frequency(*transfer.speedHz);
+    line += modeAndSpeed(transfer.mode, transfer.speedHz);
     return transfer.error == 0 ? line : line + "  " + errorName(transfer.error);
 }
 
@@ -425,13 +424,21 @@ std::string errorName(int number)
     return name != nullptr ? name : "E" + std::to_string(number);
 }
 
+std::string repeated(Byte byte, size_t count)
+{
+    return byteText(byte) + " x " + std::to_string(count);
+}
+
 std::string frequency(uint32_t hz)
 {
-    if (hz >= 1'000'000 && hz % 1'000'000 == 0)
-        return std::to_string(hz / 1'000'000) + " MHz";
-    if (hz >= 1'000 && hz % 1'000 == 0)
-        return std::to_string(hz / 1'000) + " kHz";
     return std::to_string(hz) + " Hz";
+}
+
+std::string modeAndSpeed(std::optional<uint32_t> mode, std::optional<uint32_t> speedHz)
+{
+    if (!mode && !speedHz)
+        return {};
+    return "  mode " + (mode ? modeText(*mode) : "as set") + (speedHz ? ", " + frequency(*speedHz) : "");
 }
 
 int takeError(Words& words, const std::string& expected)
@@ -456,7 +463,7 @@ int takeError(Words& words, const std::string& expected)
 
 uint32_t takeFrequency(Words& words)
 {
-    const unsigned long number = takeNumber(words, UINT32_MAX, "a frequency, as in 500 kHz");
+    const unsigned long number = takeNumber(words, UINT32_MAX, "a frequency, as in 500000 Hz");
     uint64_t factor = 1;
     if (words.take("kHz"))
         factor = 1'000;
@@ -469,16 +476,25 @@ uint32_t takeFrequency(Words& words)
     return static_cast<uint32_t>(number * factor);
 }
 
+void takeModeAndSpeed(Words& words, std::optional<uint32_t>& mode, std::optional<uint32_t>& speedHz)
+{
+    const bool isAny = words.nextIs("as");
+    if (!isAny)
+        mode = static_cast<uint32_t>(takeNumber(words, UINT32_MAX, "an SPI mode, or as set"));
+    if (words.take("as") && !words.take("set"))
+        words.expected("set");
+    if (words.takeMark(','))
+        speedHz = takeFrequency(words);
+}
+
 std::string modeText(uint32_t mode)
 {
-    return mode > 3 ? formatted("0x%02x", mode) : std::to_string(mode);
+    return formatted("0x%02x", mode);
 }
 
 bool startsTransfer(const Words& words)
 {
-    Words ahead = words;
-    return words.nextIs("S") || words.nextIs(">") || words.nextIs("<") || words.nextIsMark('|') ||
-           length(takeData(ahead)) > 0;
+    return words.nextIs("S") || words.nextIs("MOSI") || words.nextIs(">") || words.nextIs("<");
 }
 
 Transfer takeTransfer(Words& words)

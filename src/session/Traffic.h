@@ -19,7 +19,7 @@ using Byte = std::optional<uint8_t>;
 /// The bytes of one direction, and how many more the program asked for that were not transferred (in a plan: not yet).
 ///
 ///     19 80        bytes        "*IDN?\n"    the same as text: \n \r \t \" \\ and \x1b
-///     9*00         nine of them --           any byte; where one is received, the program does not keep it
+///     00 x 9       nine of them -- x 9       any nine bytes; where they are received, the program does not keep them
 ///     19 80 [2]    two came, four were asked for
 struct Data {
     std::vector<Byte> bytes;
@@ -53,15 +53,15 @@ struct I2cTransfer {
 struct SpiSegment {
     Data out;
     Data in;
-    uint32_t speedHz = 0;           ///< Where it differs from the transfer's: ", 250 kHz".
+    uint32_t speedHz = 0;           ///< Where it differs from the transfer's: ", 250000 Hz".
     uint32_t bitsPerWord = 0;       ///< ", 16 bits"
     uint32_t outLines = 0;          ///< ", mosi-lines 4"
     uint32_t inLines = 0;           ///< ", miso-lines 4"
     bool chipSelectChange = false;  ///< After the segment: ", cs-change"
 };
 
-/// One message and its result: "9f 3*00 | -- ef 40 14  mode 0, 500 kHz". Segments are separated by ";". Where the mode
-/// is "--" or no speed is given, it may be any.
+/// One message and its result: "MOSI 9f 00 00 MISO -- x 1 ef 40  mode 0x00, 500000 Hz". Segments are separated by ";".
+/// Where the mode is "as set" or no speed is given, it may be any.
 struct SpiTransfer {
     std::vector<SpiSegment> segments;
     std::optional<uint32_t> mode;
@@ -98,8 +98,14 @@ std::string toText(const Transfer& transfer, Length length = Length::whole);
 /// "ETIMEDOUT"; a number without a name as "E524".
 std::string errorName(int number);
 
-/// "500 kHz", "10 MHz", "1234567 Hz".
+/// "00 x 9", "-- x 9".
+std::string repeated(Byte byte, size_t count);
+
+/// "500000 Hz"
 std::string frequency(uint32_t hz);
+
+/// "  mode 0x03, 500000 Hz", "  mode as set, 500000 Hz"; nothing where neither is known.
+std::string modeAndSpeed(std::optional<uint32_t> mode, std::optional<uint32_t> speedHz);
 
 /// Text that is not in the notation: what() says what is wrong and what would be right.
 class SyntaxError : public std::runtime_error
@@ -108,7 +114,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Reads one traffic line. Its first word tells the bus: S is I2C, > and < are a serial port, all else is SPI.
+/// Reads one traffic line. Its first word tells the bus: S is I2C, MOSI is SPI, > and < are a serial port.
 ///
 /// @throws SyntaxError
 Transfer parseTransfer(const std::string& line);

@@ -12,7 +12,7 @@ namespace
 {
 
 constexpr auto blanks = " \t\r";
-constexpr auto marks = "|;,";
+constexpr auto marks = ";,";
 constexpr auto hexDigits = "0123456789abcdef";
 
 bool isOneOf(char character, const char* set)

@@ -15,7 +15,7 @@ struct Word {
     std::string value;  ///< Of a text what stands between the quotation marks, escapes resolved.
 };
 
-/// Words are separated by blanks; texts in quotation marks and the marks | ; , are words of their own. "#" starts a
+/// Words are separated by blanks; texts in quotation marks and the marks ; , are words of their own. "#" starts a
 /// comment.
 class Words
 {

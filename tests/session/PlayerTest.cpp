@@ -81,32 +81,41 @@ TEST(Player, AnswersWithTheLinesOfTheSession)
          "i2c-4 S 48 W 00 P\ni2c-5 S 48 W 01 P\ni2c-4 S 48 W 02 P\n",
          "i2c-5 S 48 W 01 P\ni2c-6 S 48 W 01 P\ni2c-4 S 48 W 00 P\n", "3, deviates, 2",
          "x: not in the session: i2c-6  S 48 W 01 P\nx:4: never asked for: i2c-4  S 48 W 02 P\n"},
-        {"what is not mentioned is accepted", "spidev0.0 9f 00 | -- 12\n",
-         "spidev0.0 open spi\nspidev0.0 mode 3\nspidev0.0 get mode 0\nspidev0.0 get bits 0\nspidev0.0 9f 00 | [2]\n",
-         "accepted: open spi, accepted: mode 3, accepted: get mode 3, accepted: get bits 8, 2", ""},
+        {"what is not mentioned is accepted", "spidev0.0 MOSI 9f 00 MISO -- x 1 12\n",
+         "spidev0.0 open spi\nspidev0.0 mode 0x03\nspidev0.0 get mode 0x00\nspidev0.0 get bits 0\nspidev0.0 MOSI 9f 00 "
+         "MISO [2]\n",
+         "accepted: open spi, accepted: mode 0x03, accepted: get mode 0x03, accepted: get bits 8, 2", ""},
         {"what is mentioned has to come as it stands",
-         "spidev0.0 open spi mode 1, 5 MHz\nspidev0.0 mode 0\nspidev0.0 9f | 00\n",
-         "spidev0.0 open spi\nspidev0.0 get mode 0\nspidev0.0 get speed 0 Hz\nspidev0.0 mode 3\n"
-         "spidev0.0 open spi\nspidev0.0 mode 0\nspidev0.0 9f | [1]\n",
-         "2, accepted: get mode 1, accepted: get speed 5 MHz, deviates, deviates, 3, 4",
-         "x:3: expected  spidev0.0  mode 0\n     came      spidev0.0  mode 3\n"
-         "x:3: expected  spidev0.0  mode 0\n     came      spidev0.0  open spi\n"},
-        {"mode, clock, bits and segments of SPI are compared where both are known", "spidev0.0 9f | 00 mode 0, 1 MHz\n",
-         "spidev0.0 9f | [1] mode 1\nspidev0.0 9f | [1] mode 0, 2 MHz\nspidev0.0 9f | [1], 16 bits\n"
-         "spidev0.0 9f | [1]; 00 | [1]\nspidev0.0 9f | [1], cs-change\nspidev0.0 9f | [1], 8 bits mode 0\n",
+         "spidev0.0 open spi mode 0x01, 5000000 Hz\nspidev0.0 mode 0x00\nspidev0.0 MOSI 9f MISO 00\n",
+         "spidev0.0 open spi\nspidev0.0 get mode 0x00\nspidev0.0 get speed 0 Hz\nspidev0.0 mode 0x03\n"
+         "spidev0.0 open spi\nspidev0.0 mode 0x00\nspidev0.0 MOSI 9f MISO [1]\n",
+         "2, accepted: get mode 0x01, accepted: get speed 5000000 Hz, deviates, deviates, 3, 4",
+         "x:3: expected  spidev0.0  mode 0x00\n     came      spidev0.0  mode 0x03\n"
+         "x:3: expected  spidev0.0  mode 0x00\n     came      spidev0.0  open spi\n"},
+        {"mode, clock, bits and segments of SPI are compared where both are known",
+         "spidev0.0 MOSI 9f MISO 00 mode 0x00, 1000000 Hz\n",
+         "spidev0.0 MOSI 9f MISO [1] mode 0x01\nspidev0.0 MOSI 9f MISO [1] mode 0x00, 2000000 Hz\nspidev0.0 MOSI 9f "
+         "MISO [1], 16 bits\n"
+         "spidev0.0 MOSI 9f MISO [1]; MOSI 00 MISO [1]\nspidev0.0 MOSI 9f MISO [1], cs-change\nspidev0.0 MOSI 9f MISO "
+         "[1], 8 bits mode 0x00\n",
          "deviates, deviates, deviates, deviates, deviates, 2",
-         "x:2: expected  spidev0.0  9f | 00  mode 0, 1 MHz\n     came      spidev0.0  9f | [1]  mode 1\n"
-         "x:2: expected  spidev0.0  9f | 00  mode 0, 1 MHz\n     came      spidev0.0  9f | [1]  mode 0, 2 MHz\n"
-         "x:2: expected  spidev0.0  9f | 00  mode 0, 1 MHz\n     came      spidev0.0  9f | [1], 16 bits\n"
-         "x:2: expected  spidev0.0  9f | 00  mode 0, 1 MHz\n     came      spidev0.0  9f | [1]; 00 | [1]\n"
-         "x:2: expected  spidev0.0  9f | 00  mode 0, 1 MHz\n     came      spidev0.0  9f | [1], cs-change\n"},
+         "x:2: expected  spidev0.0  MOSI 9f MISO 00  mode 0x00, 1000000 Hz\n     came      spidev0.0  MOSI 9f MISO [1] "
+         " mode 0x01\n"
+         "x:2: expected  spidev0.0  MOSI 9f MISO 00  mode 0x00, 1000000 Hz\n     came      spidev0.0  MOSI 9f MISO [1] "
+         " mode 0x00, 2000000 Hz\n"
+         "x:2: expected  spidev0.0  MOSI 9f MISO 00  mode 0x00, 1000000 Hz\n     came      spidev0.0  MOSI 9f MISO "
+         "[1], 16 bits\n"
+         "x:2: expected  spidev0.0  MOSI 9f MISO 00  mode 0x00, 1000000 Hz\n     came      spidev0.0  MOSI 9f MISO "
+         "[1]; MOSI 00 MISO [1]\n"
+         "x:2: expected  spidev0.0  MOSI 9f MISO 00  mode 0x00, 1000000 Hz\n     came      spidev0.0  MOSI 9f MISO "
+         "[1], cs-change\n"},
         {"facts for who asks, in their place", "i2c-4 get functions 0x01\ni2c-4 S 48 W P\ni2c-4 get pec 1\n",
          "i2c-4 get pec 0\ni2c-4 get functions 0x0\ni2c-4 S 48 W P\ni2c-4 get functions 0x0\n",
          "accepted: get pec 0, 2, 3, accepted: get functions 0x00000001", ""},
         {"repeat: what follows has precedence, and once is needed",
-         "repeat {\nspidev0.0 05 00 | -- 03\n}\nspidev0.0 05 00 | -- 00\n",
-         "spidev0.0 05 00 | [2]\nspidev0.0 05 00 | [2]\nspidev0.0 05 00 | [2]\n", "3, 5, deviates",
-         "x: not in the session: spidev0.0  05 00 | [2]\n"},
+         "repeat {\nspidev0.0 MOSI 05 00 MISO -- x 1 03\n}\nspidev0.0 MOSI 05 00 MISO -- x 1 00\n",
+         "spidev0.0 MOSI 05 00 MISO [2]\nspidev0.0 MOSI 05 00 MISO [2]\nspidev0.0 MOSI 05 00 MISO [2]\n",
+         "3, 5, deviates", "x: not in the session: spidev0.0  MOSI 05 00 MISO [2]\n"},
         {"repeat: as often as it is asked for; blocks in blocks",
          "repeat {\ni2c-4 S 48 W 00 P\nrepeat {\ni2c-4 S 48 R 01 P\n}\n}\ni2c-4 S 48 W 02 P\n",
          "i2c-4 S 48 W 00 P\ni2c-4 S 48 R [1] P\ni2c-4 S 48 R [1] P\ni2c-4 S 48 W 00 P\ni2c-4 S 48 R [1] P\n"

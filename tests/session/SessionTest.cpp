@@ -30,23 +30,24 @@ TEST(Session, IsWrittenAsItIsRead)
         "i2c-4  S 51 W 00 NA ETIMEDOUT\n"
         "i2c-4  S 51 W 00 Sr 51 R [2] NA ENXIO\n"
         "i2c-4  S 48 R 19 [2] P\n"
-        "i2c-4  S 48 W 10 -- P\n"
+        "i2c-4  S 48 W 10 -- x 1 P\n"
         "i2c-4  S 3a5 W+nostart+0x0200 01 Sr 3a5 R+recv-len 02 19 80 P\n"
         "i2c-4  S 48 R [9000]  EINVAL\n"
-        "i2c-4  S 50 W ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff Sr 50 R 17*ff P\n",
+        "i2c-4  S 50 W ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff Sr 50 R ff x 17 P\n",
 
-        "spidev2.0  open spi  mode 0, 20 MHz\n"
-        "spidev2.0  mode 3\n"
+        "spidev2.0  open spi  mode 0x00, 20000000 Hz\n"
+        "spidev2.0  mode 0x03\n"
         "spidev2.0  mode 0x08  EINVAL\n"
-        "spidev2.0  get mode 0\n"
+        "spidev2.0  get mode 0x00\n"
         "spidev2.0  lsb-first 0\n"
         "spidev2.0  bits 16\n"
         "spidev2.0  speed 1234567 Hz\n"
-        "spidev2.0  9f 00 00 00 | -- ef 40 14  mode 0, 500 kHz\n"
-        "spidev2.0  03 | --, 250 kHz, 16 bits, mosi-lines 4, miso-lines 2, cs-change; 17*00 | 17*ff  mode --, 10 MHz\n"
-        "spidev2.0  06 | --  mode 0x44\n"
-        "spidev2.0  |\n"
-        "spidev2.0  9f 00 | [2]  ESHUTDOWN\n"
+        "spidev2.0  MOSI 9f 00 00 00 MISO -- x 1 ef 40 14  mode 0x00, 500000 Hz\n"
+        "spidev2.0  MOSI 03 MISO -- x 1, 2 Hz, 16 bits, mosi-lines 4, miso-lines 2, cs-change; "
+        "MOSI 00 x 17 MISO ff x 17  mode as set, 1 Hz\n"
+        "spidev2.0  MOSI 06 MISO -- x 1  mode 0x44\n"
+        "spidev2.0  MOSI MISO\n"
+        "spidev2.0  MOSI 9f 00 MISO [2]  ESHUTDOWN\n"
         "spidev2.1  open spi  EACCES\n",
 
         "ttymxc0  open serial  9600 8N1\n"
@@ -71,7 +72,7 @@ TEST(Session, IsWrittenAsItIsRead)
         "    i2c-4  S 4a R 19 P\n"
         "  }\n"
         "  repeat {\n"
-        "    i2c-4  S 48 R -- P\n"
+        "    i2c-4  S 48 R -- x 1 P\n"
         "  }\n"
         "}\n",
     };
@@ -87,11 +88,11 @@ TEST(Session, MayBeWrittenFreely)
     const Session session = parse("\n# what it is about\r\n"
                                   "  serialcomm   session 1   # the version\r\n"
                                   "\n"
-                                  "\t+1.5 /dev/i2c-4 S 48 W \"A\\x00\" 2*FF \\\n"
+                                  "\t+1.5 /dev/i2c-4 S 48 W \"A\\x00\" FF x 2 \\\n"
                                   "    Sr 48 R 0a P # read\n"
-                                  "spidev0.0 9f|00,1000 Hz;01|02\n");
+                                  "spidev0.0 MOSI 9f MISO --,1 kHz;MOSI 01 MISO -- -- x 0\n");
     EXPECT_EQ(version + "+1.500000  i2c-4  S 48 W 41 00 ff ff Sr 48 R 0a P\n"
-                        "spidev0.0  9f | 00, 1 kHz; 01 | 02\n",
+                        "spidev0.0  MOSI 9f MISO -- x 1, 1000 Hz; MOSI 01 MISO -- x 1\n",
               toText(session));
     EXPECT_EQ(5U, session.items.at(0).event.fileLine);
     EXPECT_EQ(7U, session.items.at(1).event.fileLine);
@@ -147,7 +148,7 @@ TEST(Session, NamesTheLineAndTheRemedyOfAnError)
         size_t line;
         std::string problem;
     };
-    const std::string byteExpected = "a byte (two hexadecimal digits, --, 9*00 or a text in quotation marks)";
+    const std::string byteExpected = "a byte (two hexadecimal digits, --, 00 x 9 or a text in quotation marks)";
     const Row rows[] = {
         {"", 1, "no session: expected the line serialcomm session 1"},
         {"# only this\n", 1, "no session: expected the line serialcomm session 1"},
@@ -156,6 +157,9 @@ TEST(Session, NamesTheLineAndTheRemedyOfAnError)
         {version + "\n\\\ni2c-4 S 48 X\n", 3, "unexpected 'X'; expected W or R"},
         {version + "i2c-4\n", 2,
          "the line ends too early; expected open, get, address, mode, line or another setting, or a traffic line"},
+        {version + "spidev0.0 9f 00\n", 2,
+         "unexpected '9f'; expected open, get, address, mode, line or another setting, or a traffic line"},
+        {version + "spidev0.0 MOSI 9f MISO 00 mode as is\n", 2, "unexpected 'is'; expected set"},
         {version + "i2c-4 addr 48\n", 2,
          "unexpected 'addr'; expected open, get, address, mode, line or another setting, or a traffic line"},
         {version + "i2c-4 S 4 W P\n", 2,
@@ -169,13 +173,14 @@ TEST(Session, NamesTheLineAndTheRemedyOfAnError)
          "unexpected '00'; expected " + byteExpected + ", P, Sr, NA or the name of an error"},
         {version + "i2c-4 S 48 R+fast 00 P\n", 2, "unknown flag 'fast' of a message"},
         {version + "i2c-4 S 48 R 00 P P\n", 2, "unexpected 'P'; expected the end of the line"},
-        {version + "i2c-4 S 48 R 99999999*00 P\n", 2, "more than 16777216 bytes in one direction"},
+        {version + "i2c-4 S 48 R 00 x 99999999 P\n", 2, "more than 16777216 bytes in one direction"},
         {version + "i2c-4 S 48 R 00 NA EFOO\n", 2,
          "unexpected 'EFOO'; expected " + byteExpected + ", P, Sr, NA or the name of an error"},
-        {version + "spidev0.0 9f 00\n", 2,
-         "the line ends too early; expected " + byteExpected + ", or | and what is received"},
-        {version + "spidev0.0 9f 00 | 00\n", 2, "SPI sends and receives as many bytes: not 2 and 1"},
-        {version + "spidev0.0 9f | 00, fast\n", 2,
+        {version + "spidev0.0 MOSI 9f 00\n", 2,
+         "the line ends too early; expected " + byteExpected + ", or MISO and what is received"},
+        {version + "i2c-4 S 48 R 00 x P\n", 2, "x needs a decimal number behind it, as in 00 x 9"},
+        {version + "spidev0.0 MOSI 9f 00 MISO 00\n", 2, "SPI sends and receives as many bytes: not 2 and 1"},
+        {version + "spidev0.0 MOSI 9f MISO 00, fast\n", 2,
          "unexpected 'fast'; expected a frequency, a number of bits, mosi-lines, miso-lines or cs-change"},
         {version + "spidev0.0 speed 5 GHz\n", 2, "unexpected 'GHz'; expected Hz, kHz or MHz"},
         {version + "spidev0.0 speed 5000 MHz\n", 2, "the frequency is above 4294967295 Hz"},
@@ -185,7 +190,7 @@ TEST(Session, NamesTheLineAndTheRemedyOfAnError)
         {version + "tty0 > \"\\q\"\n", 2, R"(unknown escape in a text; there are \n, \r, \t, \", \\ and \x1b)"},
         {version + "tty0 > \"\\x1\"\n", 2, "\\x needs two hexadecimal digits"},
         {version + "+x tty0 > 00\n", 2, "unexpected '+x'; expected a time in seconds, as in +0.002150"},
-        {version + "i2c-4 S 48 R 00 P\ni2c-4 9f | 00\n", 3, "i2c-4 is i2c in line 2, and spi here"},
+        {version + "i2c-4 S 48 R 00 P\ni2c-4 MOSI 9f MISO 00\n", 3, "i2c-4 is i2c in line 2, and spi here"},
         {version + "\nrepeat {\ni2c-4 S 48 R 00 P\n", 3, "a block without its closing brace"},
         {version + "repeat\n", 2, "the line ends too early; expected {"},
         {version + "repeat {\n}\n", 2, "an empty block"},
@@ -221,10 +226,11 @@ TEST(Traffic, ShowsAPlanAndCutsLongBytes)
     EXPECT_EQ("S 48 W 00 Sr 48 R [2] P",
               toText(I2cTransfer{{{0x48, false, false, 0, known({0x00})}, {0x48, false, true, 0, planned(2)}}, 0}));
     EXPECT_EQ("S 48 W " + start + " P", toText(I2cTransfer{{{0x48, false, false, 0, known(bytes)}}, 0}, Length::cut));
-    EXPECT_EQ("9f 00 00 00 | -- [3]  mode 0, 500 kHz",
+    EXPECT_EQ("MOSI 9f 00 00 00 MISO -- x 1 [3]  mode 0x00, 500000 Hz",
               toText(SpiTransfer{{{known({0x9f, 0, 0, 0}), Data{{std::nullopt}, 3}}}, 0, 500000}));
-    EXPECT_EQ("128*00 | [128]",
-              toText(SpiTransfer{{{known(std::vector<uint8_t>(128)), planned(128)}}, {}, {}}, Length::cut));
+    EXPECT_EQ("MOSI 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ... (128 bytes) MISO -- x 128",
+              toText(SpiTransfer{{{known(std::vector<uint8_t>(128)), Data{std::vector<Byte>(128), 0}}}, {}, {}},
+                     Length::cut));
     EXPECT_EQ("> " + start, toText(SerialTransfer{false, known(bytes), 0}, Length::cut));
     EXPECT_EQ("< \"" + std::string(64, 'a') + "\" ... (70 bytes)",
               toText(SerialTransfer{true, known(std::vector<uint8_t>(70, 'a')), 0}, Length::cut));

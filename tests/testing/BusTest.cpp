@@ -77,8 +77,9 @@ TEST_F(Testing, SessionOnI2c)
 
 TEST_F(Testing, SessionOnSpi)
 {
-    SessionBus bus{"speed 1 MHz  EINVAL",    "9f 00 00 | -- ef 40", "00 00 | 12 34",      "06 | --",
-                   "9f 00 | [2]  ESHUTDOWN", "00 | [1]  ESHUTDOWN", "06 | [1]  ESHUTDOWN"};
+    SessionBus bus{"speed 1 MHz  EINVAL",        "MOSI 9f 00 00 MISO -- x 1 ef 40", "MOSI 00 00 MISO 12 34",
+                   "MOSI 06 MISO -- x 1",        "MOSI 9f 00 MISO [2]  ESHUTDOWN",  "MOSI 00 MISO [1]  ESHUTDOWN",
+                   "MOSI 06 MISO [1]  ESHUTDOWN"};
     EXPECT_TRUE(bus.init());
     EXPECT_TRUE(bus.setMaxSpeed(1'000'000));
     EXPECT_EQ((ByteArray{0x00, 0xef, 0x40}), bus.writeRead({0x9f}, 3));
@@ -115,7 +116,7 @@ TEST_F(Testing, SessionFromAFileIsAboutOneChip)
     std::ofstream{path} << "serialcomm session 1\n"
                            "i2c-4 S 48 W 00 Sr 48 R 19 80 P\n"
                            "i2c-4 S 50 W 00 P\n"
-                           "spidev0.0 9f | 00\n"
+                           "spidev0.0 MOSI 9f MISO 00\n"
                            "i2c-4 S 48 W 01 P\n";
     {
         SessionBus bus = SessionBus::fromFile(path, "/dev/i2c-4", 0x48, fail);
@@ -128,7 +129,8 @@ TEST_F(Testing, SessionFromAFileIsAboutOneChip)
 
 TEST_F(Testing, SessionRefusesWhatItCannotPlay)
 {
-    const char* const lines[] = {"", "S 48 W 00", "S 48 W 00 P\nS 49 W 00 P", "S 48 W 00 P\n9f | 00", "> \"a\""};
+    const char* const lines[] = {"", "S 48 W 00", "S 48 W 00 P\nS 49 W 00 P", "S 48 W 00 P\nMOSI 9f MISO 00",
+                                 "> \"a\""};
     for (const char* line : lines) {
         EXPECT_THROW((SessionBus{line, fail}), std::invalid_argument) << line;
     }
