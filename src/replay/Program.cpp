@@ -116,6 +116,7 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts)
 {
     for (const Disposition& each : dispositions)
         sigaction(each.signal, &each.before, nullptr);
+    signal(SIGPIPE, SIG_DFL);  // a program would inherit that this one ignores it
     if (output == Program::Output::dropped) {
         setpgid(0, 0);
         const int sink = memfd_create("output", MFD_CLOEXEC);  // where there is no /dev/null

@@ -12,9 +12,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <fstream>
 #include <functional>
-#include <iostream>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -49,6 +49,11 @@ struct Outcome {
     bool retried = false;  ///< and the program asked again for what had failed.
     std::string report;
 };
+
+void printLine(const std::string& text)
+{
+    std::fprintf(stderr, "%s\n", text.c_str());
+}
 
 std::vector<uint8_t> bytesOf(const session::Data& data)
 {
@@ -142,7 +147,7 @@ private:
         try {
             handle(message);
         } catch (const Problem& problem) {
-            std::cerr << "serialcomm: " << problem.what() << '\n';
+            printLine(std::string{"serialcomm: "} + problem.what());
             channel.reply(message.connection, failing(EIO));
         }
     }
@@ -481,9 +486,9 @@ int Replayer::run(const Command& command)
 {
     Run run{session, settings, std::nullopt};
     const Outcome outcome = run.play(command, path, Program::Output::shown);
-    std::cerr << outcome.report;
+    std::fputs(outcome.report.c_str(), stderr);
     if (outcome.hung) {
-        std::cerr << path << ": the program was ended after " << settings.timeout->count() << " ms\n";
+        printLine(path + ": the program was ended after " + std::to_string(settings.timeout->count()) + " ms");
         return 1;
     }
     return outcome.report.empty() ? outcome.status : 1;
@@ -511,11 +516,11 @@ int Replayer::failEach(const Command& command)
             if (wrong.empty())
                 continue;
             ++complaints;
-            std::cerr << path << ':' << events[i]->fileLine << ": " << nameOf(failure, *events[i]) << ": " << wrong
-                      << ": " << session::withoutTime(*events[i]) << '\n';
+            printLine(path + ':' + std::to_string(events[i]->fileLine) + ": " + nameOf(failure, *events[i]) + ": " +
+                      wrong + ": " + session::withoutTime(*events[i]));
         }
     }
-    std::cerr << path << ": " << runs << " failures, " << complaints << " complaints\n";
+    printLine(path + ": " + std::to_string(runs) + " failures, " + std::to_string(complaints) + " complaints");
     return complaints == 0 ? 0 : 1;
 }
 

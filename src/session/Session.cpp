@@ -86,7 +86,8 @@ std::string withError(const std::string& text, int error)
 std::string text(const Open& open)
 {
     std::string text = std::string{"open "} + busNames[static_cast<size_t>(open.bus)];
-    text += modeAndSpeed(open.mode, open.speedHz);
+    const std::string settings = modeAndSpeed(open.mode, open.speedHz);
+    text += (settings.empty() ? "" : "  ") + settings;
     if (open.line)
         text += "  " + toText(*open.line);
     return withError(text, open.error);

@@ -42,6 +42,15 @@ std::string byteText(const Byte& byte)
     return byte ? formatted("%02x", *byte) : "--";
 }
 
+/// How many equal bytes there are from here on.
+size_t runAt(const std::vector<Byte>& bytes, size_t start)
+{
+    size_t end = start + 1;
+    while (end < bytes.size() && bytes[end] == bytes[start])
+        ++end;
+    return end - start;
+}
+
 void append(std::string& line, const std::string& word)
 {
     if (!line.empty())
@@ -352,16 +361,10 @@ std::string toText(const Data& data, Length length)
     std::string text;
     size_t i = 0;
     while (i < end) {
-        const auto first = data.bytes.begin() + static_cast<std::ptrdiff_t>(i);
-        const auto other = std::find_if(first, data.bytes.end(), [&](const Byte& byte) { return byte != *first; });
-        const auto run = static_cast<size_t>(other - first);
-        if (!*first || (run > longestRun && length == Length::whole)) {
-            append(text, repeated(*first, run));
-            i += run;
-        } else {
-            append(text, byteText(*first));
-            ++i;
-        }
+        const size_t run = length == Length::cut && data.bytes[i] ? 1 : runAt(data.bytes, i);
+        const bool isShort = data.bytes[i] && run <= longestRun;
+        append(text, isShort ? byteText(data.bytes[i]) : repeated(data.bytes[i], run));
+        i += isShort ? 1 : run;
     }
     if (i < size)
         append(text, "... (" + std::to_string(size) + " bytes)");
@@ -389,7 +392,8 @@ std::string toText(const SpiTransfer& transfer, Length length)
     std::string line;
     for (const SpiSegment& segment : transfer.segments)
         line += (line.empty() ? "" : "; ") + segmentText(segment, length);
-    line += modeAndSpeed(transfer.mode, transfer.speedHz);
+    const std::string settings = modeAndSpeed(transfer.mode, transfer.speedHz);
+    line += (settings.empty() ? "" : "  ") + settings;
     return transfer.error == 0 ? line : line + "  " + errorName(transfer.error);
 }
 
@@ -438,7 +442,7 @@ std::string modeAndSpeed(std::optional<uint32_t> mode, std::optional<uint32_t> s
 {
     if (!mode && !speedHz)
         return {};
-    return "  mode " + (mode ? modeText(*mode) : "as set") + (speedHz ? ", " + frequency(*speedHz) : "");
+    return "mode " + (mode ? modeText(*mode) : "as set") + (speedHz ? ", " + frequency(*speedHz) : "");
 }
 
 int takeError(Words& words, const std::string& expected)

@@ -104,7 +104,7 @@ std::string repeated(Byte byte, size_t count);
 /// "500000 Hz"
 std::string frequency(uint32_t hz);
 
-/// "  mode 0x03, 500000 Hz", "  mode as set, 500000 Hz"; nothing where neither is known.
+/// "mode 0x03, 500000 Hz", "mode as set, 500000 Hz"; nothing where neither is known.
 std::string modeAndSpeed(std::optional<uint32_t> mode, std::optional<uint32_t> speedHz);
 
 /// Text that is not in the notation: what() says what is wrong and what would be right.

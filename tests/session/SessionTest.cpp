@@ -43,9 +43,9 @@ TEST(Session, IsWrittenAsItIsRead)
         "spidev2.0  bits 16\n"
         "spidev2.0  speed 1234567 Hz\n"
         "spidev2.0  MOSI 9f 00 00 00 MISO -- x 1 ef 40 14  mode 0x00, 500000 Hz\n"
-        "spidev2.0  MOSI 03 MISO -- x 1, 2 Hz, 16 bits, mosi-lines 4, miso-lines 2, cs-change; "
+        "spidev2.0  MOSI 03 MISO -- x 1, 2 Hz, 16 bits, miso-lines 2, cs-change; "
         "MOSI 00 x 17 MISO ff x 17  mode as set, 1 Hz\n"
-        "spidev2.0  MOSI 06 MISO -- x 1  mode 0x44\n"
+        "spidev2.0  MOSI 06 MISO -- x 1, mosi-lines 4  mode 0x44\n"
         "spidev2.0  MOSI MISO\n"
         "spidev2.0  MOSI 9f 00 MISO [2]  ESHUTDOWN\n"
         "spidev2.1  open spi  EACCES\n",

@@ -3,6 +3,7 @@
 #include "cli/Batch.h"
 #include "device/List.h"
 #include "i2c/Verbs.h"
+#include "programs/Verbs.h"
 #include "spi/Verbs.h"
 #include "uart/Verbs.h"
 
@@ -12,7 +13,7 @@ const Verbs& allVerbs()
 {
     static const Verbs verbs = [] {
         Verbs all;
-        for (const auto add : {addListVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addBatchVerb})
+        for (const auto add : {addListVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addProgramVerbs, addBatchVerb})
             add(all);
         return all;
     }();
