@@ -471,12 +471,12 @@ std::string complaint(const Outcome& outcome)
 Replayer::Replayer(std::string file, ReplayOptions options) : path(std::move(file)), settings(std::move(options))
 {
     std::ifstream stream{path};
-    std::ostringstream text;
-    text << stream.rdbuf();
     if (!stream.is_open())
         throw Problem(path + ": " + strerror(errno), 1);
     try {
-        session = session::parse(text.str());
+        session = session::parse({std::istreambuf_iterator<char>{stream}, {}});
+    } catch (const std::ios_base::failure& error) {
+        throw Problem(path + ": " + error.code().message(), 1);
     } catch (const session::FormatError& error) {
         throw Problem(path + ":" + std::to_string(error.fileLine) + ": " + error.what(), 1);
     }

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cstdio>
 #include <map>
+#include <sstream>
 #include <tuple>
 
 namespace session
@@ -296,11 +297,13 @@ public:
     Session parseFile()
     {
         std::string line;
+        size_t start = 0;
         do {
             if (!readLine(line))
                 throw FormatError(1, std::string{"no session: expected the line "} + firstLine);
-        } while (Words{line}.atEnd());
-        checkVersion(line);
+            start = line.find_first_not_of(" \t");
+        } while (start == std::string::npos || line[start] == '#');
+        checkVersion(line.substr(0, line.find('#')));
         hasDevices = true;
         return parseLines();
     }
@@ -335,11 +338,15 @@ private:
 
     void checkVersion(const std::string& line) const
     {
-        Words words{line};
-        const bool isSession = words.take("serialcomm") && words.take("session");
-        if (!isSession)
+        std::istringstream words{line};
+        std::string program;
+        std::string kind;
+        std::string version;
+        std::string more;
+        words >> program >> kind >> version;
+        if (program != "serialcomm" || kind != "session")
             throw FormatError(lineNumber, std::string{"no session: expected the line "} + firstLine);
-        if (!words.take("1") || !words.atEnd())
+        if (version != "1" || words >> more)
             throw FormatError(lineNumber, std::string{"a session of another version; this program reads "} + firstLine);
     }
 

@@ -103,14 +103,6 @@ bool makeAbsolute(int directory, const char* path, char* absolute)
     return true;
 }
 
-/// Whether the path can be one of ours at all.
-bool mayBeDevice(const char* path)
-{
-    const char* name = baseName(path);
-    return startsWith(name, "i2c-") || startsWith(name, "spidev") || startsWith(name, "tty") ||
-           strstr(path, "serial/") != nullptr || isNameInSession(name);
-}
-
 /// The program's own terminal is not a port that it talks to.
 bool isOwnTerminal(int descriptor)
 {
@@ -316,6 +308,13 @@ void forgetRange(unsigned int first, unsigned int last)
 }
 
 }  // namespace
+
+bool replay::preload::mayBeDevice(const char* path)
+{
+    const char* name = baseName(path);
+    return startsWith(name, "i2c-") || startsWith(name, "spidev") || startsWith(name, "tty") ||
+           strstr(path, "serial/") != nullptr || isNameInSession(name);
+}
 
 extern "C" {
 

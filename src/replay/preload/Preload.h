@@ -103,6 +103,9 @@ void forget(int descriptor);
 void copyTrack(int from, int to);
 constexpr int mostDescriptors = 4096;
 
+/// Whether the path can be a device's at all.
+bool mayBeDevice(const char* path);
+
 /// The settings that an SPI device has; false where they cannot be had.
 bool readSpi(int descriptor, uint32_t& mode, uint32_t& speedHz);
 
