@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <thread>
 
@@ -158,6 +159,20 @@ static void usesSerialPort()
             "a port that is gone");
 }
 
+static void usesStreams()
+{
+    FILE* stream = fopen("/dev/ttyS6", "r+");
+    require(stream != nullptr && isatty(fileno(stream)) == 1, "fopen and fileno");
+    std::fputs("id?\n", stream);
+    char line[16] = {};
+    require(std::fgets(line, sizeof line, stream) != nullptr && std::strcmp(line, "7\n") == 0, "fgets");
+    require(std::fclose(stream) == 0, "fclose");
+
+    std::fstream chip{"/dev/i2c-5"};  // whose address is still to be set: the session does not ask for it
+    chip << '\x10' << std::flush;
+    require(chip.good(), "a stream of C++");
+}
+
 int main(int argc, char* argv[])
 {
     if (argc == 3)
@@ -172,5 +187,6 @@ int main(int argc, char* argv[])
     usesParts(bus);
     usesSpi();
     usesSerialPort();
+    usesStreams();
     std::puts("descriptors: ok");
 }
