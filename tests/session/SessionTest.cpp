@@ -102,17 +102,20 @@ TEST(Session, IsAsItsPageShowsIt)
 {
     std::ifstream page{PAGE};
     std::string text;
+    std::string block;
     int sessions = 0;
     for (std::string line; std::getline(page, line);) {
-        if (line == "```session") {
-            text.clear();
-        } else if (line == "```") {
+        if (line.rfind("```", 0) != 0) {
+            text += line + '\n';
+            continue;
+        }
+        if (block == "```session") {
             SCOPED_TRACE(text);
             EXPECT_NO_THROW(parse(text));
             ++sessions;
-        } else {
-            text += line + '\n';
         }
+        block = line;
+        text.clear();
     }
     EXPECT_GE(sessions, 5);
 }
