@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -169,6 +170,15 @@ std::string preloadLibrary()
     }
     throw Problem(folder + SERIALCOMM_PRELOAD_INSTALLED + ": " + strerror(errno) + "; it belongs to the installation",
                   1);
+}
+
+void warnNotLoaded(const Command& command)
+{
+    std::fprintf(
+        stderr,
+        "serialcomm: %s: does not load the preloaded library, so its calls were not seen; it is set-user-ID, or "
+        "its interpreter is linked statically or for another machine\n",
+        toText({command.program, {}}).c_str());
 }
 
 Program::Program(const Command& command, const std::string& library, const std::string& socketName, Output output)

@@ -32,6 +32,9 @@ std::string toText(const Command& command);
 /// @throws Problem
 std::string preloadLibrary();
 
+/// One line on standard error: its calls were not seen.
+void warnNotLoaded(const Command& command);
+
 class Program
 {
 public:

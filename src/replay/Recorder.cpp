@@ -94,11 +94,15 @@ class Recording
 public:
     explicit Recording(Writer& to) : writer(to) {}
 
+    /// Whether the library was loaded into any program.
+    [[nodiscard]] bool wasLoaded() const { return loaded; }
+
     void handle(Channel& channel, const Message& message)
     {
         Reply reply = {};
         switch (message.request.kind) {
         case RequestKind::hello:
+            loaded = true;
             reply.result = static_cast<int64_t>(Mode::record);
             channel.reply(message.connection, reply);
             break;
@@ -152,6 +156,7 @@ private:
 
     Writer& writer;
     Calls calls;
+    bool loaded = false;
 };
 
 }  // namespace
@@ -189,6 +194,8 @@ int Recorder::run(const Command& command)
     }
     writer.flush();
     writer.check();
+    if (!recording.wasLoaded())
+        warnNotLoaded(command);
     return status;
 }
 

@@ -47,6 +47,7 @@ struct Outcome {
     bool hung = false;
     bool failed = false;   ///< The failure took place,
     bool retried = false;  ///< and the program asked again for what had failed.
+    bool loaded = false;   ///< The library was loaded into any program.
     std::string report;
 };
 
@@ -95,6 +96,7 @@ public:
         finish();
         outcome.failed = hasFailed;
         outcome.retried = wasRetried;
+        outcome.loaded = wasLoaded;
         outcome.report = player.report(file);
         return outcome;
     }
@@ -198,6 +200,7 @@ private:
 
     void hello(const Message& message)
     {
+        wasLoaded = true;
         std::vector<uint8_t> list;
         for (const std::string& device : player.devices()) {
             const std::vector<const Event*> next = player.next(device);
@@ -405,6 +408,7 @@ private:
     bool hasEnded = false;
     bool hasFailed = false;
     bool wasRetried = false;
+    bool wasLoaded = false;
 };
 
 // --fail-each
@@ -486,6 +490,8 @@ int Replayer::run(const Command& command)
 {
     Run run{session, settings, std::nullopt};
     const Outcome outcome = run.play(command, path, Program::Output::shown);
+    if (!outcome.loaded)
+        warnNotLoaded(command);
     std::fputs(outcome.report.c_str(), stderr);
     if (outcome.hung) {
         printLine(path + ": the program was ended after " + std::to_string(settings.timeout->count()) + " ms");

@@ -79,6 +79,18 @@ private:
     size_t at = 0;
 };
 
+/// A null pointer, for which the kernel has EFAULT.
+bool isMissing(const void* memory, size_t size)
+{
+    return memory == nullptr && size > 0;
+}
+
+int fault()
+{
+    errno = EFAULT;
+    return -1;
+}
+
 // read and write
 
 template <class Next>
@@ -87,6 +99,8 @@ ssize_t readDevice(int descriptor, void* buffer, size_t size, const Next& nextRe
     const Device device = deviceOf(descriptor);
     if (device.handle == 0 || (device.bus == BusKind::serial && mode() == Mode::replay))
         return nextRead();
+    if (isMissing(buffer, size))
+        return fault();
     Request request = requestFor(device, RequestKind::read);
     request.value = size > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(size);
     if (mode() == Mode::replay) {
@@ -117,6 +131,8 @@ ssize_t writeDevice(int descriptor, const void* buffer, size_t size, const Next&
         }
         return result;
     }
+    if (isMissing(buffer, size))
+        return fault();
     const Request request = requestFor(device, RequestKind::write);
     Buffer sent;
     sent.append(buffer, size);
@@ -185,6 +201,12 @@ size_t receivedLength(const struct i2c_msg& message)
 template <class Next>
 int transferI2c(const Device& device, const struct i2c_rdwr_ioctl_data& messages, const Next& nextIoctl)
 {
+    for (uint32_t i = 0; messages.msgs != nullptr && i < messages.nmsgs; ++i) {
+        if (isMissing(messages.msgs[i].buf, messages.msgs[i].len))
+            return fault();
+    }
+    if (isMissing(messages.msgs, messages.nmsgs))
+        return fault();
     Request request = requestFor(device, RequestKind::i2c);
     request.value = messages.nmsgs;
     Buffer payload;
@@ -258,6 +280,9 @@ template <class Next>
 int controlI2c(const Device& device, unsigned long request, unsigned long argument, const Next& nextIoctl)
 {
     const auto value = static_cast<uint32_t>(argument);
+    const bool takesRecord = request == I2C_FUNCS || request == I2C_RDWR || request == I2C_SMBUS;
+    if (takesRecord && argument == 0)
+        return fault();
     switch (request) {
     case I2C_SLAVE:
         return set(device, SettingKind::address, value, nextIoctl);
@@ -343,6 +368,8 @@ int transferSpi(const Device& device, const struct spi_ioc_transfer* transfers, 
 template <class Next>
 int controlSpi(const Device& device, unsigned long request, void* argument, const Next& nextIoctl)
 {
+    if (argument == nullptr)
+        return fault();
     auto* byte = static_cast<uint8_t*>(argument);
     auto* word = static_cast<uint32_t*>(argument);
     switch (request) {
@@ -432,7 +459,7 @@ template <class Next>
 int controlSerial(int descriptor, const Device& device, unsigned long request, void* argument, const Next& nextIoctl)
 {
     const bool replaying = mode() == Mode::replay;
-    if (const size_t size = setSize(request); size > 0) {
+    if (const size_t size = setSize(request); size > 0 && argument != nullptr) {
         const int result =
             replaying
                 ? setTransparent(argument, size,

@@ -112,6 +112,12 @@ static void usesParts(int bus)
     uint8_t shared[] = {0x00, 0x00};  // the answer takes the request's place
     i2c_msg messages[] = {{0x48, 0, 1, shared}, {0x48, I2C_M_RD, 2, shared}};
     i2c_rdwr_ioctl_data request = {messages, 2};
+    void* null = nullptr;
+    void* const volatile* nowhere = &null;
+    i2c_msg missing = {0x48, 0, 1, nullptr};
+    i2c_rdwr_ioctl_data wrong = {&missing, 1};
+    require(ioctl(bus, I2C_RDWR, &wrong) == -1 && errno == EFAULT && write(bus, *nowhere, 1) == -1 && errno == EFAULT,
+            "memory that is missing");
     require(ioctl(bus, I2C_RDWR, &request) == 2 && shared[0] == 0x19 && shared[1] == 0x80, "one buffer for both");
 }
 
