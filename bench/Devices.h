@@ -1,4 +1,4 @@
-// The nodes of the chips that bus.cpp talks to; the program that it is linked into says which.
+// The nodes of the chips that bus.cpp uses; each program that links it defines them.
 #pragma once
 
 extern const char* const i2cDevice;

@@ -16,8 +16,8 @@ struct Operation {
     size_t size;             ///< Bytes transferred.
     std::string contestant;  ///< "bare", "fresh vector", "serialComm" or the name of a peer.
 
-    /// A batch of runs, what comes before it (bytes arrive for them) and what follows (what they wrote is taken away);
-    /// only the runs are measured.
+    /// Number of runs in a batch, and the actions before it (bytes arrive for the runs) and after it (written bytes are
+    /// read). Only the runs are measured.
     size_t batch = 1000;
     std::function<void(size_t runs)> before = [](size_t) {};
     std::function<void(size_t runs)> after = [](size_t) {};
@@ -37,7 +37,7 @@ struct Operation {
 
 using Operations = std::vector<std::unique_ptr<Operation>>;
 
-/// run() is this call and nothing else: what callgrind counts inside run() is the operation.
+/// An operation whose run() is only this call, so that callgrind's count for run() is the cost of the operation.
 template <class Call>
 struct Measured final : Operation {
     Call call;
@@ -66,8 +66,8 @@ Operation& add(Operations& operations, std::string name, size_t size, std::strin
 /// Fills in the operations of the program: the bare calls and serialComm's.
 void addOperations(Operations& operations);
 
-/// The same by other libraries, in programs that link them.
+/// Adds the same operations of other libraries, in programs that link them.
 [[gnu::weak]] void addPeers(Operations& operations);
 
-/// All of these, and one named "empty", which does nothing: what measuring itself costs.
+/// All of these, and one named "empty" that does nothing: the cost of measuring itself.
 Operations allOperations();

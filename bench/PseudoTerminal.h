@@ -1,4 +1,4 @@
-// The line on which the UART contestants talk: a pseudo-terminal of its own for each.
+// The line of one UART contestant: a pseudo-terminal.
 #pragma once
 
 #include "Operation.h"
@@ -18,10 +18,10 @@ public:
     /// The slave, set as Uart::init() sets it.
     [[nodiscard]] int descriptor() const { return slave; }
 
-    /// Lets `operation` write: what it wrote is taken off the line after every batch.
+    /// Prepares the line for an `operation` that writes: its bytes are read after every batch.
     void receiveFrom(Operation& operation);
 
-    /// Lets `operation` read: what it will ask for is waiting before every batch.
+    /// Prepares the line for an `operation` that reads: its bytes are written before every batch.
     void sendTo(Operation& operation);
 
 private:

@@ -1,4 +1,4 @@
-// The kernel's answer, supplied in the process: calls on the device "/dev/supplied" succeed at once and move no byte.
+// A fake kernel in the process: calls on the device "/dev/supplied" succeed at once and transfer no byte.
 // Everything else goes to the kernel.
 #include "Devices.h"
 

@@ -1,4 +1,4 @@
-# The third table of docs/performance.md from the lines of wide.awk, those of the program time_board.
+# The third table of docs/performance.md from the output of wide.awk for the program time_board.
 BEGIN {
     FS = "\t"
     print "| on the emulated board | bytes | bare | fresh vector | serialComm |"

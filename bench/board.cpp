@@ -1,6 +1,6 @@
-// Times what the board's chips do, through the real drivers: the operations of bus.cpp with the EEPROM and the flash,
-// and an application's view, which is one sample of the temperature sensor and one page of the flash. Prints the median
-// times, in nanoseconds, of repetitions in random order: as many as take half a second, and no more than 301.
+// Times operations on the board's chips, with the real drivers: the operations of bus.cpp with the EEPROM and the
+// flash, and two steps of an application, one sample of the temperature sensor and one page of the flash. Prints the
+// median times, in nanoseconds, of repetitions in random order: as many as take half a second, and no more than 301.
 #include "Devices.h"
 #include "Operation.h"
 
@@ -123,7 +123,7 @@ static bool pageBare(int fd)
     return true;
 }
 
-/// What an application does with the chips, from one descriptor each.
+/// The steps of an application, with one descriptor for each chip.
 static void addApplication(Operations& operations)
 {
     static I2c sensor{i2cDevice, sensorAddress};

@@ -1,5 +1,5 @@
-// I2C and SPI operations, on the supplied kernel or the board: the bare system call, into the caller's buffer and into
-// a fresh one, and I2c and Spi.
+// I2C and SPI operations, on the fake kernel or the board: the bare system call, into the caller's buffer and into a
+// fresh one, and I2c and Spi.
 #include "Devices.h"
 #include "Operation.h"
 
@@ -18,7 +18,7 @@ static const int chipAddress = 0x50;
 static const uint8_t chipRegister = 0x10;
 static const int clockHz = 10000000;
 
-/// What a program does by hand to use a chip; the descriptor, or -1.
+/// Opens a chip without the library; returns the descriptor, or -1.
 static int openI2c()
 {
     const int fd = ::open(i2cDevice, O_RDWR);
@@ -141,7 +141,7 @@ static void addSpi(Operations& operations, int fd, size_t size)
     if (!open) {
         exit(EXIT_FAILURE);
     }
-    const ByteArray data(size, 0x00);  // to a flash, no command
+    const ByteArray data(size, 0x00);  // no command for a flash
 
     add(operations, "SPI write", size, "bare", [=] { return spiTransfer(fd, data.data(), nullptr, size); });
     add(operations, "SPI write", size, "serialComm", [=] { return chip.write(data); });

@@ -1,4 +1,4 @@
-// Counts what one operation costs, under valgrind: bench/count runs this program and reads the dumps, one for each
+// Counts the cost of one operation under valgrind: bench/count runs this program and reads the dumps, one for each
 // operation and log level.
 #include "Operation.h"
 

@@ -1,5 +1,5 @@
-# The second table of docs/performance.md from counts.tsv and counts-arm64.tsv: what 16-byte operations cost of serialComm's,
-# by log level as instructions / heap allocations / system calls, and for AArch64.
+# The second table of docs/performance.md from counts.tsv and counts-arm64.tsv: the cost of serialComm's 16-byte operations,
+# by log level, as instructions / heap allocations / system calls, and for AArch64.
 BEGIN {
     FS = "\t"
     print "| operation, 16 bytes | OFF | ERROR | TRACE into a null appender | AArch64, OFF: bare | fresh vector | serialComm |"

@@ -1,5 +1,5 @@
-// Prints how many nanoseconds loading the library named takes: its relocations, loggers and tables; log4cplus is loaded
-// with the program.
+// Prints how many nanoseconds it takes to load a library, with its relocations, loggers and tables. log4cplus is
+// already loaded.
 #include <dlfcn.h>
 #include <log4cplus/logger.h>
 

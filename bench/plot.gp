@@ -1,4 +1,4 @@
-# The picture of docs/performance.md from the lines of wide.awk: gnuplot -e "wide='FILE'" bench/plot.gp
+# The chart of docs/performance.md from the lines of wide.awk: gnuplot -e "wide='FILE'" bench/plot.gp
 set terminal svg size 960,860 font 'sans-serif,14' background 'white'
 set datafile separator '\t'
 set datafile missing '-'

@@ -1,4 +1,5 @@
-# The table of docs/performance.md from the lines of wide.awk: time beside the bare call's, instructions in brackets.
+# The first table of docs/performance.md from the lines of wide.awk: times relative to the bare call, instructions in
+# brackets.
 BEGIN {
     FS = "\t"
     print "| operation | bytes | bare | fresh vector | serialComm | Boost.Asio | libserialport | libi2c |"

@@ -1,5 +1,5 @@
-// Times every operation by Google Benchmark: the processor time, in user space and kernel, of the thread that calls, so
-// that neighbours on the machine do not count. What makes room or has bytes arrive for a batch of runs is not timed.
+// Times every operation with Google Benchmark: the processor time of the calling thread, in user space and kernel, so
+// that other processes do not count. The preparation and clean-up of a batch of runs is not timed.
 #include "Operation.h"
 
 #include <benchmark/benchmark.h>

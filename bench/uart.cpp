@@ -7,7 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-/// What a program does by hand to use a tty, from open to close.
+/// Opens, sets up and closes a tty without the library.
 static bool openAndClose(const char* path)
 {
     const int fd = ::open(path, O_RDWR | O_NOCTTY);

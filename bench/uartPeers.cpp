@@ -13,15 +13,15 @@
 #include <cerrno>
 #include <cstdarg>
 
-// libserialport takes only ports that /sys/class/tty lists and that have modem lines; a pseudo-terminal is given both
-// here, for the set-up: transfers make none of these calls.
+// libserialport accepts only ports that /sys/class/tty lists and that have modem lines. The functions below pretend
+// both for a pseudo-terminal; only the set-up calls them, not the transfers.
 
 static bool namesPseudoTerminal(const char* path)
 {
     return strncmp(path, "/sys/class/tty/pts/", strlen("/sys/class/tty/pts/")) == 0;
 }
 
-/// lstat() as libraries built against an older glibc call it.
+/// The lstat() of libraries built against an older glibc.
 extern "C" int __lxstat(int, const char* path, struct stat* status)
 {
     if (!namesPseudoTerminal(path)) {

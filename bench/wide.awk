@@ -1,5 +1,5 @@
 # One line for each operation and size, from times.tsv and counts.tsv: the nanoseconds and then the instructions of every
-# contestant, "-" where there is none.
+# contestant, "-" if there is none.
 BEGIN {
     FS = OFS = "\t"
     contestants = split("bare,fresh vector,serialComm,Boost.Asio,libserialport,libi2c", contestant, ",")

@@ -52,7 +52,7 @@ protected:
     void append(const log4cplus::spi::InternalLoggingEvent& event) override { lines += event.getMessage() + "\n"; }
 };
 
-TEST(Load, WithoutTheHostsFunctionATraceLineCarriesTheBareSignature)
+TEST(Load, WithoutTheHostsFunctionATraceLineContainsTheSignature)
 {
     const log4cplus::SharedAppenderPtr appender{new LineKeeper};
     log4cplus::Logger logger = log4cplus::Logger::getInstance("SerialComm");

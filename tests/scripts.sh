@@ -7,7 +7,8 @@ cd "$(dirname "$0")/.." || exit
 . tests/support/expect.sh
 unset CTEST_INTERACTIVE_DEBUG_MODE
 
-# A clone with a list of packages of its own, and programs of the system: stand_in NAME, with the script on standard input.
+# A clone with its own list of packages, and stand-ins for programs of the system: stand_in NAME, with the script on standard
+# input.
 clone=$scratch/clone bin=$scratch/bin
 mkdir -p "$clone/scripts" "$bin"
 cp scripts/{need,build,test} "$clone/scripts/"
@@ -89,7 +90,7 @@ echo 4711 >"$clone/build/test.lock"
 expect "a second test" 1 "" "scripts/test: process 4711 is testing in this clone; *" "$clone/scripts/test"
 exec 9<&-
 
-# The session runner, where the folder for temporary files has a blank in its name.
+# The session runner, with a folder for temporary files that has a space in its name.
 mkdir "$scratch/a" "$scratch/a b"
 printf '$ echo $tmp/file | tee "$tmp/file"\nTMP/file\n' >"$scratch/session"
 expect "a session" 0 "1 commands" "" env TMPDIR="$scratch/a b" tests/tool/session "$scratch/session" "$bin"

@@ -1,4 +1,4 @@
-# Yocto recipe; its dependencies are in meta-oe. Copy it into a layer of yours.
+# Yocto recipe; its dependencies are in meta-oe. Copy it into your layer.
 SUMMARY = "I2C, SPI and serial ports from C++ on Linux"
 SECTION = "libs"
 LICENSE = "MIT"
@@ -17,7 +17,7 @@ PACKAGECONFIG ??= "tool"
 PACKAGECONFIG[tool] = "-DSERIALCOMM_TOOL=ON,-DSERIALCOMM_TOOL=OFF,cli11 nlohmann-json"
 EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DCMAKE_SKIP_INSTALL_RPATH=ON"
 
-# The library's file name has no version: it is needed at run time and is no link for developers.
+# The library's file name has no version: it is needed at run time and is not a development link.
 SOLIBS = ".so"
 FILES_SOLIBSDEV = ""
 

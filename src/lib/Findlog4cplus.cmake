@@ -1,4 +1,4 @@
-# Makes the target log4cplus::log4cplus: from log4cplus's own CMake package, or from its header and library where it was
+# Defines the target log4cplus::log4cplus: from log4cplus's own CMake package, or from its header and library where it was
 # built without that package, as Yocto and Buildroot do.
 include(FindPackageHandleStandardArgs)
 

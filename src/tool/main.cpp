@@ -6,6 +6,6 @@
 int main(int argc, char** argv)
 {
     fillStandardDescriptors();
-    noteSignals();
+    catchSignals();
     return runCommandLine({argv + 1, argv + argc});
 }

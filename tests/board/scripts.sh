@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Tests of scripts/board and the scripts that it calls: tests/board/scripts.sh
-# Exit status: 0, 1 after failures, 77 when there can be no board on this system.
+# Exit status: 0, 1 after failures, 77 if the board is not available on this system.
 # shellcheck disable=SC2317 # functions that are passed to expect
 set -uo pipefail
 cd "$(dirname "$0")/../.." || exit
@@ -32,12 +32,12 @@ piped() {
 expect "an unknown option" 2 "" "scripts/board: no option --colour*" run --colour red true
 expect "an option without its value" 2 "" "scripts/board: --timeout needs a value" run --timeout
 expect "an owner that does not run" 2 "" "*--owner takes the id of a running process, not '0'*" board start --owner 0
-expect "a time limit that is none" 2 "" "*takes seconds, not 'soon'" run --timeout soon true
+expect "an invalid timeout" 2 "" "*takes seconds, not 'soon'" run --timeout soon true
 expect "nothing to run" 2 "" "scripts/board: run what?*" run
 expect "a shell without a terminal" 2 "" "*needs a terminal*" board
-expect "a board's name that leads elsewhere" 2 "" "*BOARD='../x' is not a name*" env BOARD=../x scripts/board start
-expect "a stop of what is not the name's place" 2 "" "scripts/board: stop takes no argument $one*" board stop $one
-expect "the temperature of no board" 2 "" "*no board $one is started*" env BOARD=$one scripts/board temperature 20
+expect "a board name with slashes" 2 "" "*BOARD='../x' is not a name*" env BOARD=../x scripts/board start
+expect "a name as argument of stop" 2 "" "scripts/board: stop takes no argument $one*" board stop $one
+expect "the temperature of a stopped board" 2 "" "*no board $one is started*" env BOARD=$one scripts/board temperature 20
 
 # Two boards at once.
 export BOARD=$one
@@ -54,10 +54,10 @@ expect "a second start at the same time" 2 "" "scripts/board: $two is started al
 wait $first || fail "a second board does not start: $(cat "$scratch/err")"
 export BOARD=$one
 grep -qx "uart: /dev/pts/[0-9]* is the other end of /dev/ttymxc0" "$scratch/started" || fail "start names no pseudo-terminal"
-expect "a start of what is started" 2 "" "*$one is started already*" board start
-expect "options for what is started" 2 "" "*started already, without these options*" run --device x true
+expect "a second start" 2 "" "*$one is started already*" board start
+expect "options for a started board" 2 "" "*started already, without these options*" run --device x true
 
-# What a program gets, and what it hands back.
+# What a program receives, and what it returns.
 # shellcheck disable=SC2016
 printf '#!/bin/sh\necho "from elsewhere: $1"\n' >"$scratch/program"
 chmod +x "$scratch/program"
@@ -81,21 +81,21 @@ expect "devices and permissions stay in the guest" 0 "-rwsr-xr-x crw-r--r--" "" 
 [ "$(stat -c %F:%a "$shared/node" "$shared/setuid" | xargs)" = "regular empty file:600 regular file:600" ] ||
     fail "the guest made a device node or a setuid file on the host: $(ls -l "$shared")"
 expect "streams stay apart" 0 "out" "err" run sh -c 'echo out; echo err >&2'
-expect "streams that are one keep their order" 0 $'1\n2\n3' "" merged sh -c 'echo 1; echo 2 >&2; echo 3'
+expect "output to one file keeps its order" 0 $'1\n2\n3' "" merged sh -c 'echo 1; echo 2 >&2; echo 3'
 expect "standard input is empty" 0 "" "" piped cat
 expect "the working directory is the host's" 0 "$project/tests" "" env -C tests ../scripts/board run pwd
-expect "much output" 0 "$(seq 100000)" "" run seq 100000
-expect "output without a last line's end" 0 "ab" "" run sh -c 'printf a; echo b'
+expect "large output" 0 "$(seq 100000)" "" run seq 100000
+expect "output without a final newline" 0 "ab" "" run sh -c 'printf a; echo b'
 expect "the drivers are there" 0 $'/dev/i2c-4\n/dev/spidev2.0\n/dev/spidev2.1\n/dev/ttymxc0' "" \
     run sh -c 'ls /dev/i2c-4 /dev/spidev2.* /dev/ttymxc0'
 
-# The world around the board.
+# The board's sensor and UART.
 expect "a temperature" 0 "" "" board temperature 25.5
 expect "a temperature below 0" 0 "" "" env BOARD=$two scripts/board temperature -10
-expect "the one sensor measures its own" 0 "0x8019" "" run i2cget -y 4 0x48 0 w
-expect "the other one too" 0 "0x00f6" "" env BOARD=$two scripts/board run i2cget -y 4 0x48 0 w
+expect "the first sensor measures its temperature" 0 "0x8019" "" run i2cget -y 4 0x48 0 w
+expect "the second sensor measures its own" 0 "0x00f6" "" env BOARD=$two scripts/board run i2cget -y 4 0x48 0 w
 expect "a temperature beyond the sensor" 1 "" "*out of range" board temperature 200
-expect "a temperature that is none" 2 "" "*no temperature: '1e3'*" board temperature 1e3
+expect "an invalid temperature" 2 "" "*'1e3' is not a temperature*" board temperature 1e3
 
 uart=build/board/run/$one/uart
 run sh -c 'stty -F /dev/ttymxc0 raw -echo; echo written before anyone listens >/dev/ttymxc0'
@@ -116,7 +116,7 @@ wait $interrupted
 expect "after an interrupted program" 0 "0" "" run sh -c 'ps | grep -c "[s]leep 61"; true'
 
 scripts/board run sh -c 'while echo again; true; do sleep 0.05; done' 2>"$scratch/err" | head -n 1 >"$scratch/out"
-expect "after one whose reader ended" 0 "" "" run sh -c 'while ps | grep -q "[e]cho again"; do sleep 0.1; done'
+expect "after a program whose reader ended" 0 "" "" run sh -c 'while ps | grep -q "[e]cho again"; do sleep 0.1; done'
 
 scripts/board run sh -c 'echo started; sleep 62' >"$scratch/out" 2>&1 &
 killed=$!
@@ -124,7 +124,7 @@ eventually grep -q started "$scratch/out" || fail "the program to be killed did 
 kill -KILL $killed
 wait $killed 2>/dev/null
 expect "after a call that was killed" 0 "0" "" run sh -c 'ps | grep -c "[s]leep 62"; true'
-expect "its files" 0 "0" "" sh -c "ls build/board/run/$one/jobs | wc -l"
+expect "the files of a killed call" 0 "0" "" sh -c "ls build/board/run/$one/jobs | wc -l"
 
 # What ends a board, and that the other one is not affected.
 state=build/board/run/$one
@@ -152,7 +152,7 @@ wait $killed 2>/dev/null
 eventually gone "build/board/run/once.$killed" || fail "the state of a call that was killed is still there"
 gone "/proc/$left/cwd" || fail "the board of a call that was killed still runs"
 
-# A board that nobody watches any more, whose owner is that call.
+# A board whose watcher was killed, and whose owner is that call.
 dead=build/board/run/test-$$-dead
 mkdir "$dead"
 echo $killed >"$dead/owner"
@@ -175,9 +175,9 @@ printf '#!/bin/sh\n' >"$scratch/tool/scripts/need"
 cp "$scratch/tool/scripts/need" "$scratch/tool/board/compiler"
 cp "$scratch/tool/scripts/need" "$scratch/tool/build/arm64/bin/serialcomm"
 chmod +x "$scratch"/tool/*/* "$scratch"/tool/build/arm64/bin/*
-expect "a tool that is there" 0 "build arm64 serialcomm" "" "$scratch/tool/board/tool"
+expect "a tool that exists" 0 "build arm64 serialcomm" "" "$scratch/tool/board/tool"
 
-# The set-up, with a part that is made quickly.
+# The set-up of parts, with one that is made quickly.
 mkdir -p "$scratch/project/board" "$scratch/project/scripts" "$scratch/bin"
 cp board/have board/supported board/apt "$scratch/project/board/"
 cp scripts/need scripts/packages "$scratch/project/scripts/"
@@ -193,7 +193,7 @@ chmod +x "$maker"
 expect "a set-up in a test" 69 "" "board/have: *tests download nothing; run: board/have part" \
     env CTEST_INTERACTIVE_DEBUG_MODE=1 "$have" part
 unset CTEST_INTERACTIVE_DEBUG_MODE
-expect "a set-up that is broken off" 137 "making" "*" "$have" part
+expect "an interrupted set-up" 137 "making" "*" "$have" part
 gone "$made" || fail "what was broken off is in place"
 touch "$scratch/project/board/whole"
 "$have" part >"$scratch/out" 2>&1 &
@@ -201,13 +201,13 @@ touch "$scratch/project/board/whole"
 wait
 [ "$(grep -c making "$scratch/out")" = 1 ] || fail "two calls at once: not made by exactly one of them"
 [ -e "$made/whole" ] || fail "the next call does not repair what was broken off"
-expect "a set-up that is there" 0 "" "" "$have" part
+expect "a part that exists" 0 "" "" "$have" part
 sed -i 's/echo making/echo making anew/' "$maker"
-expect "a set-up whose script has changed" 0 "making anew" "*" "$have" part
+expect "a part whose script has changed" 0 "making anew" "*" "$have" part
 
 # shellcheck disable=SC2016
 printf '#!/usr/bin/env bash\n"$(dirname "$0")/apt" "$1" trixie arm64 apt-get indextargets\n' >"$maker"
-# apt as it is without network: only with --error-on=any does it fail then.
+# Stands in for apt without network, which fails only with --error-on=any.
 cat >"$scratch/bin/apt-get" <<'APT'
 #!/bin/sh
 case "$*" in

@@ -1,5 +1,4 @@
-// What a person may type, a word a line: whatever it is, it becomes a request or a Failure that says why not. Nothing
-// is opened.
+// Parses arbitrary command lines, one word per line: each must become a request or a Failure. Nothing is opened.
 #include "base/Failure.h"
 #include "cli/CommandLine.h"
 
@@ -24,7 +23,7 @@ static std::vector<std::string> linesOf(const std::string& text)
     return lines;
 }
 
-/// Commands that would do more than look at their words.
+/// Commands that do more than parse their words.
 static bool acts(const std::vector<std::string>& words)
 {
     const auto has = [&](const char* word) { return std::find(words.begin(), words.end(), word) != words.end(); };

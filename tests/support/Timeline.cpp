@@ -83,7 +83,7 @@ std::vector<Case> readCases(const std::string& file)
     return cases;
 }
 
-/// The words of a line, separated by blanks or commas and taken from left to right. A word that is missing or unknown
+/// The words of a line, separated by spaces or commas and taken from left to right. A word that is missing or unknown
 /// is a TimelineError.
 class Words
 {
@@ -157,7 +157,7 @@ public:
         return text == yes;
     }
 
-    /// Whether one more word follows, which has to be this one.
+    /// Whether one more word follows, which must be this one.
     bool option(const std::string& expected) { return more() && choice(expected, expected); }
 
     void end()

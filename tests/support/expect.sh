@@ -10,7 +10,7 @@ fail() {
     printf 'FAILED: %s\n' "$@" >&2
 }
 
-# expect TITLE STATUS STDOUT STDERR COMMAND...: STDOUT is compared whole, STDERR is a pattern that has to match.
+# expect TITLE STATUS STDOUT STDERR COMMAND...: STDOUT is compared as a whole, STDERR is a pattern that must match.
 expect() {
     local title=$1 status=$2 out=$3 err=$4 got_out got_status=0
     shift 4

@@ -1,4 +1,4 @@
-// Words to values, and bytes and text from outside to what is shown.
+// Parsing of words into values, and rendering of bytes and text from outside.
 
 #include "base/Bytes.h"
 #include "base/Failure.h"
@@ -49,7 +49,7 @@ TEST(Values, DevicesAreNumbersNamesOrPaths)
                     {"/dev/i2c-4", "/dev/i2c-4"},
                     {"./bus", "./bus"},
                     {"2.0", "/dev/2.0"},
-                    {"", "the device is an empty word"}},
+                    {"", "the device name is empty"}},
                    i2c::parseBus);
 }
 
@@ -115,7 +115,7 @@ TEST(Values, CountsAreDecimalAndBounded)
     expectOutcomes({{"1", "1"},
                     {"65535", "65535"},
                     {"007", "7"},
-                    {"0", "count 0: at least 1"},
+                    {"0", "count 0: must be at least 1"},
                     {"65536", "65536 bytes: a unit holds at most 65535"},
                     {"99999999999999999999999", "99999999999999999999999 bytes: a unit holds at most 65535"},
                     {"0x10", "count \"0x10\": counts are decimal; write 16"},
@@ -136,7 +136,7 @@ TEST(Values, CountsAreDecimalAndBounded)
 
 TEST(Values, SecondsHaveUpToThreeDecimals)
 {
-    const std::string rule = ": seconds, from 0.001 to 86400";
+    const std::string rule = ": must be 0.001 to 86400 seconds";
     expectOutcomes({{"1", "1000"},
                     {"0.5", "500"},
                     {"2.50", "2500"},
@@ -154,8 +154,8 @@ TEST(Values, SecondsHaveUpToThreeDecimals)
                    [](const std::string& text) { return std::to_string(parseSeconds("--deadline", text).count()); });
 }
 
-/// What comes from outside moves no cursor and ends no line.
-TEST(Bytes, TextForAPersonIsEscaped)
+/// Text from outside cannot move the cursor or end a line.
+TEST(Bytes, TextForTerminalsIsEscaped)
 {
     expectOutcomes({{"FT232R USB UART", "FT232R USB UART"},
                     {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80", "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80"},

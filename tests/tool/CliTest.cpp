@@ -1,4 +1,4 @@
-// Command lines: where options may stand, what is completed, what is meant by a wrong word, batches.
+// Command lines: positions of options, completion, suggestions for wrong words, batches.
 
 #include "FakeKernel.h"
 
@@ -33,11 +33,11 @@ TEST(CommandLine, TakesOptionsInEveryPlace)
 
 struct Mistake {
     std::string line;
-    std::string message;  ///< behind "serialcomm: "
-    std::string hint;     ///< behind "  try: "
+    std::string message;  ///< after "serialcomm: "
+    std::string hint;     ///< after "  try: "
 };
 
-TEST(CommandLine, AMistakeGetsALineThatWorks)
+TEST(CommandLine, AMistakeGetsAHintThatWorks)
 {
     const Mistake mistakes[] = {
         {"scan 4", "scan: unknown verb", "serialcomm i2c scan 4"},
@@ -67,9 +67,9 @@ TEST(CommandLine, AMistakeGetsALineThatWorks)
         {"i2c get 4 0x48 0x00 --dry-run=no", "i2c get: --dry-run takes no value", "serialcomm i2c get --help"},
         {"i2c get 4 0x48 0x00 --raw --json", "i2c get: --raw and --json cannot be combined",
          "serialcomm i2c get --help"},
-        {"list can", "list: BUS \"can\": i2c, spi or uart", "serialcomm list --help"},
-        {"--frobnicate", "--frobnicate: no verb", "serialcomm --help"},
-        {"help --dry-run", "--dry-run: no verb", "serialcomm help"},
+        {"list can", "list: BUS \"can\": must be i2c, spi or uart", "serialcomm list --help"},
+        {"--frobnicate", "--frobnicate: no verb given", "serialcomm --help"},
+        {"help --dry-run", "--dry-run: no verb given", "serialcomm help"},
     };
     for (const Mistake& mistake : mistakes) {
         SCOPED_TRACE(mistake.line);
@@ -87,7 +87,7 @@ TEST(CommandLine, AMistakeGetsALineThatWorks)
               tool(std::vector<std::string>{"\x1b[2J"}).err);
 }
 
-TEST(Completion, KnowsWhatCanComeNext)
+TEST(Completion, ListsWhatCanComeNext)
 {
     const auto candidates = [](std::vector<std::string> words) {
         words.insert(words.begin(), "--complete");
@@ -143,11 +143,11 @@ TEST_F(Batch, StopsAtTheFirstFailureWithItsLine)
               outcome.err);
 }
 
-TEST_F(Batch, SaysWhatIsWrongWithALine)
+TEST_F(Batch, ReportsWhatIsWrongWithALine)
 {
     const std::string line = "serialcomm: standard input:1: ";
     EXPECT_EQ(line + "no closing '\n", tool("batch", "i2c 'get").err);
-    EXPECT_EQ(line + "batch: not inside a batch\n", tool("batch", "batch x").err);
+    EXPECT_EQ(line + "batch: not allowed in a batch\n", tool("batch", "batch x").err);
     EXPECT_EQ(line + "i2c x: unknown verb\n  try: serialcomm i2c\n", tool("batch", "i2c x").err);
     EXPECT_EQ(2, tool("batch", "i2c x").status);
     EXPECT_EQ("serialcomm: /none: No such file or directory\n", tool("batch /none").err);

@@ -159,7 +159,7 @@ std::optional<ByteArray> FakeRegisters::read(size_t count)
 namespace
 {
 
-/// What a descriptor of a bus knows: the address that it is bound to.
+/// A descriptor of a bus, with the address that it is bound to.
 class FakeI2cFile : public FakeDevice
 {
 public:
@@ -303,7 +303,7 @@ FakeKernel::~FakeKernel()
 namespace
 {
 
-/// A standard descriptor that leads to a file in memory while it lives.
+/// Redirects a standard descriptor to a file in memory while it lives.
 class Redirected
 {
 public:

@@ -1,5 +1,5 @@
-// An i2c-dev bus and a spidev device inside the test's own process: open, stat, close, read, write and ioctl of a
-// program that links this go to them for the paths that they have, and to the kernel for all others.
+// A fake i2c-dev bus and a fake spidev device in the test's own process: in a program that links this, open, stat,
+// close, read, write and ioctl use them for their paths, and the kernel for all others.
 #pragma once
 
 #include <serialComm/SyncSerialBase.h>
@@ -16,7 +16,7 @@
 
 struct i2c_msg;
 
-/// A chip on the bus. What a chip does with the bytes is the test's business.
+/// A chip on the bus. The test defines what it does with the bytes.
 class FakeChip
 {
 public:
@@ -28,7 +28,7 @@ public:
     virtual std::optional<ByteArray> read(size_t count) = 0;
 };
 
-/// Registers behind a pointer of `width` bytes, which a write sets and each byte moves on.
+/// Registers with a pointer of `width` bytes, which a write sets and each byte increments.
 class FakeRegisters : public FakeChip
 {
 public:
@@ -49,7 +49,7 @@ class FakeDevice
 public:
     virtual ~FakeDevice() = default;
 
-    /// What a new descriptor leads to; nothing: to the node itself.
+    /// The object behind a new descriptor; null: the node itself.
     virtual std::shared_ptr<FakeDevice> opened() { return nullptr; }
     [[nodiscard]] virtual unsigned int majorNumber() const { return 0; }
     int openError = 0;  ///< errno of open
@@ -59,9 +59,9 @@ public:
     virtual long ioctl(unsigned long request, void* argument) = 0;
 };
 
-/// Answers as i2c-dev does: an I2C_RDWR with the number of messages, 8192 bytes a plain transfer at most, ENXIO (or
-/// another errno) where no chip acknowledges, EOPNOTSUPP for what the adapter cannot do. Records the traffic in the
-/// tool's notation, what was read as [N].
+/// Answers as i2c-dev does: an I2C_RDWR with the number of messages, at most 8192 bytes per plain transfer, ENXIO (or
+/// another errno) if no chip acknowledges, EOPNOTSUPP for what the adapter does not support. Records the traffic in the
+/// tool's notation, with [N] for bytes that were read.
 class FakeI2cBus : public FakeDevice
 {
 public:
@@ -69,19 +69,19 @@ public:
     [[nodiscard]] unsigned int majorNumber() const override { return 89; }
     long ioctl(unsigned long request, void* argument) override;
 
-    /// Does what happens between a start and the stop.
+    /// Performs the messages between a start and the stop.
     long transfer(struct i2c_msg* messages, size_t count);
 
     std::map<int, std::shared_ptr<FakeChip>> chips;
-    std::vector<int> inUse;            ///< addresses that a kernel driver has: I2C_SLAVE is EBUSY
+    std::vector<int> inUse;            ///< addresses that a kernel driver uses: I2C_SLAVE fails with EBUSY
     int bindError = 0;                 ///< errno of I2C_SLAVE
     int noAnswerError = 6;             ///< ENXIO
     unsigned long functions = ~0UL;    ///< I2C_FUNC_...
-    std::vector<std::string> traffic;  ///< a transaction a line, as far as it was acknowledged
+    std::vector<std::string> traffic;  ///< one transaction per line, as far as it was acknowledged
 };
 
 /// Answers as spidev does: a message with its byte count, EMSGSIZE above 4096 bytes, EINVAL for a mode that the
-/// controller cannot do. `exchange` is the chip: bytes in, as many bytes out.
+/// controller does not support. `exchange` is the chip: bytes in, as many bytes out.
 class FakeSpi : public FakeDevice
 {
 public:
@@ -98,7 +98,7 @@ public:
     std::vector<uint32_t> usedSpeeds;  ///< clock of each message
 };
 
-/// While it lives, these paths lead to these devices.
+/// While it lives, opening these paths opens these devices.
 class FakeKernel
 {
 public:
@@ -108,7 +108,7 @@ public:
     ~FakeKernel();
 
     std::map<std::string, std::shared_ptr<FakeDevice>> devices;
-    std::vector<int> outputQueue;  ///< what TIOCOUTQ answers on ports of the real kernel, the last first
+    std::vector<int> outputQueue;  ///< results of TIOCOUTQ on ports of the real kernel, last one first
 };
 
 /// What a command line printed and how it ended, run in this process: tool({"i2c", "get", "4", "0x48", "0x00"}).
@@ -119,5 +119,5 @@ struct Outcome {
 };
 Outcome tool(const std::vector<std::string>& words, const std::string& input = {});
 
-/// The same with the words as a shell splits them at blanks.
+/// The same, with the words split at spaces.
 Outcome tool(const std::string& line, const std::string& input = {});

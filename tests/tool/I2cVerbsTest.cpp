@@ -1,4 +1,4 @@
-// The verbs of I2C against a bus in this process: what goes over the wire, what is printed, how they end.
+// The I2C verbs with a fake bus in this process: traffic, output, exit status.
 
 #include "FakeKernel.h"
 
@@ -25,7 +25,7 @@
 namespace
 {
 
-/// Registers of which some do not answer, some never take a one, and bits come up after a number of reads.
+/// Registers: some do not answer, some bits cannot be set, and some are set after a number of reads.
 class OddRegisters : public FakeRegisters
 {
 public:
@@ -118,7 +118,7 @@ struct Row {
     int status = 0;
     std::string out = {};
     std::string err = {};
-    std::string traffic = {};  ///< not compared where empty
+    std::string traffic = {};  ///< not compared if empty
 };
 
 struct I2cVerbs : testing::Test {
@@ -156,7 +156,7 @@ struct I2cVerbs : testing::Test {
         }
     }
 
-    /// An EEPROM with a chip at each address that it takes.
+    /// An EEPROM with a chip at each address that it uses.
     std::vector<std::shared_ptr<FakeEeprom>> addEeprom(int address, size_t blocks, size_t blockSize, size_t page)
     {
         std::vector<std::shared_ptr<FakeEeprom>> eeprom;
@@ -173,7 +173,7 @@ struct I2cVerbs : testing::Test {
     std::shared_ptr<FakeRegisters> wide = std::make_shared<FakeRegisters>(0x400, 2);
 };
 
-/// A dry run prints what then goes over the wire, and -v shows it.
+/// A dry run and -v print the traffic that the bus sees.
 TEST_F(I2cVerbs, DoWhatADryRunPrints)
 {
     for (const auto& block : addEeprom(0x50, 4, 256, 16))
@@ -215,7 +215,7 @@ TEST_F(I2cVerbs, DoWhatADryRunPrints)
     }
 }
 
-TEST_F(I2cVerbs, ShowBytesInTheFormAskedFor)
+TEST_F(I2cVerbs, ShowBytesInTheRequestedForm)
 {
     const std::string device = R"({"device":"/dev/i2c-4","address":"0x48",)";
     addEeprom(0x50, 1, 256, 8)[0]->memory[0x21] = 'B';
@@ -251,8 +251,8 @@ TEST_F(I2cVerbs, ShowBytesInTheFormAskedFor)
     });
 }
 
-/// Which errno a chip that does not acknowledge gives depends on the adapter.
-TEST_F(I2cVerbs, EndInOneWithoutAnAnswer)
+/// The errno of a missing acknowledgement depends on the adapter.
+TEST_F(I2cVerbs, ExitWithOneWithoutAnAnswer)
 {
     const std::string verbs[] = {
         "get 4 0x51 0x00", "get 4 0x51 0x00 --stop", "set 4 0x51 0x00 01",    "set 4 0x51 0x00 01 --mask 01",
@@ -279,7 +279,7 @@ TEST_F(I2cVerbs, EndInOneWithoutAnAnswer)
              "unavailable\n"}});
 }
 
-TEST_F(I2cVerbs, NameWhyABusDoesNotOpen)
+TEST_F(I2cVerbs, ReportWhyABusDoesNotOpen)
 {
     bus->openError = EMFILE;
     for (const std::string line : {"i2c get 4 0x48 0x00", "i2c get 4 0x48 0x00 --force", "i2c scan 4"})
@@ -288,12 +288,12 @@ TEST_F(I2cVerbs, NameWhyABusDoesNotOpen)
     bus->functions = ~0UL & ~static_cast<unsigned long>(I2C_FUNC_I2C);
     for (const std::string line :
          {"i2c get 4 0x48 0x00", "i2c write 4 0x48 00", "i2c scan 4", "i2c eeprom 4 0x50 read"}) {
-        expect(
-            {{line, 3, "", "serialcomm: /dev/i2c-4: the adapter only does SMBus commands, no plain I2C messages\n"}});
+        expect({{line, 3, "",
+                 "serialcomm: /dev/i2c-4: the adapter supports only SMBus commands, no plain I2C messages\n"}});
     }
 }
 
-TEST_F(I2cVerbs, TellTrafficFromTrace)
+TEST_F(I2cVerbs, ShowTrafficAtVAndTraceAtVv)
 {
     const std::string traffic = "S 48 W 00 Sr 48 R [1] P\n";
     expect({{"-v i2c get 4 0x48 0x00", 0, "19\n", traffic},
@@ -303,10 +303,10 @@ TEST_F(I2cVerbs, TellTrafficFromTrace)
                  traffic}});
 }
 
-TEST_F(I2cVerbs, BoundWhatAMessageHolds)
+TEST_F(I2cVerbs, LimitTheSizeOfAMessage)
 {
     const std::string limit = "serialcomm: 65536 bytes: an I2C message holds at most 65535\n";
-    const std::string driver = "serialcomm: /dev/i2c-4: 8193 bytes in one message, i2c-dev takes 8192\n";
+    const std::string driver = "serialcomm: /dev/i2c-4: 8193 bytes in one message; i2c-dev accepts at most 8192\n";
     expect({{"i2c read 4 0x48 65535 -n", 0, "S 48 R [65535] P\n"},
             {"i2c read 4 0x48 65536 -n", 2, "", limit},
             {"i2c get 4 0x48 0x00 65536 -n", 2, "", limit},
@@ -416,7 +416,7 @@ TEST_F(I2cVerbs, ScanTheBus)
               tool("i2c scan 4 --any-address").out.substr(52, 51));
     const Outcome nothing = tool("i2c scan 4 --json");
     EXPECT_EQ(1, nothing.status);
-    EXPECT_EQ("serialcomm: nothing answered on /dev/i2c-4\n  try: power, wiring and pull-ups of the chips\n",
+    EXPECT_EQ("serialcomm: nothing answered on /dev/i2c-4\n  try: check power, wiring and pull-ups of the chips\n",
               nothing.err);
     for (int address = 0x08; address <= 0x77; ++address)
         bus->chips[address] = sensor;
@@ -425,7 +425,7 @@ TEST_F(I2cVerbs, ScanTheBus)
     EXPECT_NE(std::string::npos, every.err.find("every address seems to answer")) << every.err;
 }
 
-TEST_F(I2cVerbs, RepeatAReading)
+TEST_F(I2cVerbs, RepeatARead)
 {
     expect(
         {{"i2c get 4 0x48 0x00 2 --count 3", 0, "19 80\n19 80\n19 80\n"},
@@ -456,7 +456,7 @@ TEST_F(I2cVerbs, WaitForBits)
             {"i2c get 4 0x48 0x00 2 --until-bits 0x0101=0x0001 --deadline 0.02", 1, "",
              "serialcomm: 0x48 on /dev/i2c-4: register 0x00 is 99 80, not 0x0101=0x0001, after 20 ms\n"}});
     sensor->memory[0] = 0;
-    sensor->readsUntilReady = 2;  // ready at the last look, when the time is over
+    sensor->readsUntilReady = 2;  // ready at the last read, after the deadline
     expect({{"i2c get 4 0x48 0x00 --until-bits 0x80=0x80 --deadline 0.01 --every 10", 0, "80\n"}});
     sensor->memory[0] = 0;
     sensor->readsUntilReady = 2;
@@ -524,7 +524,7 @@ TEST_F(I2cVerbs, WriteAnEepromPageByPage)
            countingUp(9));
 }
 
-TEST_F(I2cVerbs, SayWhatWasWrittenWhenInterrupted)
+TEST_F(I2cVerbs, ReportWhatWasWrittenWhenInterrupted)
 {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     const std::string path = testing::TempDir() + "interrupted.bin";
@@ -532,7 +532,7 @@ TEST_F(I2cVerbs, SayWhatWasWrittenWhenInterrupted)
     const auto eeprom = addEeprom(0x50, 1, 256, 8)[0];
     EXPECT_EXIT(
         {
-            noteSignals();
+            catchSignals();
             eeprom->signalAtPage = 3;
             runCommandLine({"i2c", "eeprom", "4", "0x50", "write", "0", path});
         },
@@ -579,15 +579,15 @@ TEST_F(I2cVerbs, ReachAllOfAnEeprom)
     }
 }
 
-TEST_F(I2cVerbs, ReachAChipThatADriverHas)
+TEST_F(I2cVerbs, ReachAChipThatADriverUses)
 {
     bus->inUse = {0x48, 0x50};
     addEeprom(0x50, 1, 256, 8);
     expect({{"i2c get 4 0x48 0x00", 3, "",
              "serialcomm: 0x48 on /dev/i2c-4 is in use by a kernel driver\n"
-             "  try: read it below /sys/bus/i2c/devices/4-0048, or use --force\n"}});
+             "  try: use the driver's files below /sys/bus/i2c/devices/4-0048, or use --force\n"}});
     EXPECT_TRUE(bus->traffic.empty());
-    const std::string said = "serialcomm: 0x48 on /dev/i2c-4 is in use by a kernel driver; talking to it all the same, "
+    const std::string said = "serialcomm: 0x48 on /dev/i2c-4 is in use by a kernel driver; using it anyway, "
                              "through I2C_RDWR (--force)\n";
     expect({{"i2c get 4 0x48 0x00 2 --force", 0, "19 80\n", said, "S 48 W 00 Sr 48 R [2] P\n"},
             {"i2c get 4 0x48 0x00 2 --force --stop", 0, "19 80\n", said, "S 48 W 00 P\nS 48 R [2] P\n"},
@@ -597,7 +597,7 @@ TEST_F(I2cVerbs, ReachAChipThatADriverHas)
             {"i2c read 4 0x48 1 --force -v", 0, "80\n", "ERROR ioctl failed\n" + said + "S 48 R [1] P\n"},
             {"i2c dump 4 0x48 0x03 0x03 --force --raw", 0, "\xab", said},
             {"i2c transfer 4 0x48 00 +8193 --force", 1, "",
-             said + "serialcomm: /dev/i2c-4: 8193 bytes in one message, i2c-dev takes 8192\n"}});
+             said + "serialcomm: /dev/i2c-4: 8193 bytes in one message; i2c-dev accepts at most 8192\n"}});
     EXPECT_EQ(0, tool("i2c eeprom 4 0x50 write 0 - --force", "abc").status);
     bus->chips.clear();
     expect({{"i2c read 4 0x48 1 --force", 1, "",
@@ -608,54 +608,56 @@ TEST_F(I2cVerbs, ReachAChipThatADriverHas)
 }
 
 /// Nothing is opened.
-TEST_F(I2cVerbs, RefuseWhatCannotBeMeant)
+TEST_F(I2cVerbs, RefuseInvalidArguments)
 {
     const auto refused = [](const std::string& line, const std::string& message) {
         return Row{line, 2, "", "serialcomm: " + message + "\n"};
     };
-    const std::string reserved = " is reserved by the I2C standard; --any-address uses it all the same";
+    const std::string reserved = " is reserved by the I2C standard; --any-address uses it anyway";
     expect({
         refused("i2c get 4 0x07 0x00", "address 0x07" + reserved),
         refused("i2c dump 4 0x78", "address 0x78" + reserved),
         refused("i2c eeprom 4 0x07 read", "address 0x07" + reserved),
         refused("i2c dump 4 0x50 0x20 0x10", "i2c dump: FIRST 0x20 is above LAST 0x10"),
-        refused("i2c get 4 0x48 0x00 --until-bits 0x80=0x80", "i2c get: --until-bits and --deadline need each other"),
-        refused("i2c get 4 0x48 0x00 --deadline 1", "i2c get: --until-bits and --deadline need each other"),
+        refused("i2c get 4 0x48 0x00 --until-bits 0x80=0x80",
+                "i2c get: --until-bits and --deadline must be used together"),
+        refused("i2c get 4 0x48 0x00 --deadline 1", "i2c get: --until-bits and --deadline must be used together"),
         refused("i2c get 4 0x48 0x00 2 --until-bits 0x80=0x80 --deadline 1",
                 "i2c get: --until-bits is 1 byte wide, N is 2"),
         refused("i2c get 4 0x48 0x00 --until-bits 0x80 --deadline 1",
-                "bits \"0x80\": MASK=VALUE in hex, equally wide, such as 0x80=0x00"),
+                "bits \"0x80\": MASK=VALUE in hex, both equally wide, such as 0x80=0x00"),
         refused("i2c get 4 0x48 0x00 --until-bits 0x80=0x0080 --deadline 1",
-                "bits \"0x80=0x0080\": MASK=VALUE in hex, equally wide, such as 0x80=0x00"),
+                "bits \"0x80=0x0080\": MASK=VALUE in hex, both equally wide, such as 0x80=0x00"),
         refused("i2c get 4 0x48 0x00 --until-bits 0x80=0x81 --deadline 1",
                 "bits 0x80=0x81: the value has bits outside the mask"),
-        refused("i2c get 4 0x48 0x00 --every 0", "--every \"0\": seconds, from 0.001 to 86400"),
-        refused("i2c get 4 0x48 0x00 --count 0", "--count \"0\": 1 to 1000000"),
-        refused("i2c get 4 0x48 0x00 --count 1000001", "--count \"1000001\": 1 to 1000000"),
+        refused("i2c get 4 0x48 0x00 --every 0", "--every \"0\": must be 0.001 to 86400 seconds"),
+        refused("i2c get 4 0x48 0x00 --count 0", "--count \"0\": must be 1 to 1000000"),
+        refused("i2c get 4 0x48 0x00 --count 1000001", "--count \"1000001\": must be 1 to 1000000"),
         refused("i2c set 4 0x48 0x00 01 --mask 0fff", "i2c set: --mask is 2 bytes wide, BYTES are 1"),
         refused("i2c set 4 0x48 0x00 10 --mask 0f", "i2c set: BYTES 10 have bits outside --mask 0f"),
-        refused("i2c set 4 0x48 0x00 10 --mask ,", "mask \",\": hex, as wide as BYTES"),
-        refused("i2c eeprom 4 0x50 read 0x100",
-                "i2c eeprom: offset 0x100, count 1: ends beyond the EEPROM's 256 bytes; "
-                "--size tells its size"),
-        refused("i2c eeprom 4 0x50 read 0xff 2",
-                "i2c eeprom: offset 0xff, count 2: ends beyond the EEPROM's 256 bytes; "
-                "--size tells its size"),
+        refused("i2c set 4 0x48 0x00 10 --mask ,", "mask \",\": must be hex, as wide as BYTES"),
+        refused("i2c eeprom 4 0x50 read 0x100", "i2c eeprom: offset 0x100, count 1: beyond the EEPROM's 256 bytes; "
+                                                "set its size with --size"),
+        refused("i2c eeprom 4 0x50 read 0xff 2", "i2c eeprom: offset 0xff, count 2: beyond the EEPROM's 256 bytes; "
+                                                 "set its size with --size"),
         refused("i2c eeprom 4 0x50 read 16", "offset 16: write 0x16, or 0x10 if decimal 16 is meant"),
         refused("i2c eeprom 4 0x50 write 0", "i2c eeprom write: OFFSET and FILE are required"),
         refused("i2c eeprom 4 0x50 verify 0 - --json",
-                "i2c eeprom verify: -o, --json, --raw and --hexdump are for read"),
-        refused("i2c eeprom 4 0x50 write 0 - --raw", "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+                "i2c eeprom verify: -o, --json, --raw and --hexdump are only for read"),
+        refused("i2c eeprom 4 0x50 write 0 - --raw",
+                "i2c eeprom write: -o, --json, --raw and --hexdump are only for read"),
         refused("i2c eeprom 4 0x50 write 0 - -o file",
-                "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+                "i2c eeprom write: -o, --json, --raw and --hexdump are only for read"),
         refused("i2c eeprom 4 0x50 write 0 - --hexdump",
-                "i2c eeprom write: -o, --json, --raw and --hexdump are for read"),
+                "i2c eeprom write: -o, --json, --raw and --hexdump are only for read"),
         refused("i2c eeprom 4 0x50 write 0 -", "no bytes to write"),
-        refused("i2c eeprom 4 0x52 read --size 2048", "i2c eeprom: --size 2048 takes 8 addresses; ADDR is the first of "
-                                                      "them, 0x50"),
-        refused("i2c eeprom 4 0x50 read --size 4096 --width 1", "i2c eeprom: --size 4096 wants --width 2"),
-        refused("i2c eeprom 4 0x50 read --size 300", "--size \"300\": a power of two, in decimal, at most 262144"),
-        refused("i2c eeprom 4 0x50 read --page 512", "--page \"512\": a power of two, in decimal, at most 256"),
+        refused("i2c eeprom 4 0x52 read --size 2048",
+                "i2c eeprom: --size 2048 uses 8 addresses; ADDR must be the first of "
+                "them, 0x50"),
+        refused("i2c eeprom 4 0x50 read --size 4096 --width 1", "i2c eeprom: --size 4096 needs --width 2"),
+        refused("i2c eeprom 4 0x50 read --size 300",
+                "--size \"300\": must be a power of two, in decimal, at most 262144"),
+        refused("i2c eeprom 4 0x50 read --page 512", "--page \"512\": must be a power of two, in decimal, at most 256"),
         refused("i2c eeprom 4 0x50 read --size 16 --page 32", "i2c eeprom: --page 32 is more than --size 16"),
     });
     const std::pair<const char*, const char*> pairs[] = {

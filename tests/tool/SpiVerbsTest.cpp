@@ -1,4 +1,4 @@
-// The verbs of SPI against a device in this process: what goes over the wire, what is printed, how they end.
+// The SPI verbs with a fake device in this process: traffic, output, exit status.
 
 #include "FakeKernel.h"
 
@@ -33,7 +33,7 @@ std::vector<std::string> linesOf(const std::string& text)
     return lines;
 }
 
-/// The bytes of "MOSI 03 00 x 2", up to those that "..." stands for; `size` is how many there are altogether.
+/// The bytes of "MOSI 03 00 x 2", up to "..."; `size` is set to the total number of bytes.
 ByteArray mosiOf(const std::string& line, size_t& size)
 {
     std::istringstream words{line.substr(4)};
@@ -56,7 +56,7 @@ ByteArray mosiOf(const std::string& line, size_t& size)
     return bytes;
 }
 
-/// Expects that the messages are those that a dry run announced.
+/// Expects the messages that a dry run printed.
 void expectPlanned(const std::string& plan, const std::vector<std::string>& sent)
 {
     size_t i = 0;
@@ -73,7 +73,7 @@ void expectPlanned(const std::string& plan, const std::vector<std::string>& sent
     EXPECT_EQ(i, sent.size());
 }
 
-/// A file as sysfs has them.
+/// A file as in sysfs.
 struct FakeFile : FakeDevice {
     explicit FakeFile(std::string text) : content(std::move(text)) {}
     long read(uint8_t* buffer, size_t /*count*/) override
@@ -134,7 +134,7 @@ struct Case {
     const char* out;
 };
 
-TEST_F(SpiVerbs, PrintWhatComesIn)
+TEST_F(SpiVerbs, PrintReceivedBytes)
 {
     const Case cases[] = {
         {"spi info 2.0", "/dev/spidev2.0: mode 0x01, 20000000 Hz, 8 bits a word\n"},
@@ -169,7 +169,7 @@ TEST_F(SpiVerbs, SendStandardInputAsItIs)
 }
 
 /// Without --mode the device keeps the mode that it has.
-TEST_F(SpiVerbs, SetOnlyTheModeThatIsAskedFor)
+TEST_F(SpiVerbs, SetOnlyARequestedMode)
 {
     struct {
         const char* options;
@@ -209,9 +209,9 @@ TEST_F(SpiVerbs, NameTheCauseOfAFailure)
         std::string message;
     } const cases[] = {
         {"spi read 2.0 4097", 0, 1,
-         "serialcomm: /dev/spidev2.0: 4097 bytes in one transfer, spidev takes 4096\n  try: " + huge + "\n"},
+         "serialcomm: /dev/spidev2.0: 4097 bytes in one transfer; spidev accepts at most 4096\n  try: " + huge + "\n"},
         {"spi transfer 2.0 9f +70000", 0, 1,
-         "serialcomm: /dev/spidev2.0: 70001 bytes in one transfer, spidev takes 4096\n"
+         "serialcomm: /dev/spidev2.0: 70001 bytes in one transfer; spidev accepts at most 4096\n"
          "  try: spidev.bufsiz=131072 on the kernel command line\n"},
         {"spi read 2.0 1", ESHUTDOWN, 1, gone},
         {"spi write 2.0 01", ESHUTDOWN, 1, gone},
@@ -262,8 +262,8 @@ TEST_F(SpiVerbs, RepeatATransfer)
                          std::regex{R"((\{"time":\d+\.\d+,"device":"/dev/spidev2.0","bytes":\[[67]\]\}\n){2})"}));
 }
 
-/// A serial flash as data sheets describe it: a command that changes it wants write enable before, a program command
-/// clears bits and stays inside its page, and whatever comes while it is busy is ignored.
+/// A serial flash as data sheets describe it: a command that changes it requires write enable, a program command clears
+/// bits and wraps inside its page, and commands during a busy period are ignored.
 struct FakeFlash {
     explicit FakeFlash(size_t size) : memory(size, 0xff) {}
 
@@ -299,10 +299,10 @@ struct FakeFlash {
     size_t page = 256;
     int busyReads = 0;  ///< status reads that find it busy after a change
     bool refusesWriteEnable = false;
-    bool protects = false;  ///< changes are accepted and do nothing
+    bool protects = false;  ///< changes are accepted but have no effect
     bool noChip = false;    ///< the line stays high
     int busyLeft = 0;
-    int ignored = 0;  ///< messages that came while it was busy
+    int ignored = 0;  ///< messages received while it was busy
 
 private:
     static size_t address(const ByteArray& out, size_t width)
@@ -341,7 +341,8 @@ private:
     bool enabled = false;
 };
 
-/// SFDP with a basic table at `pointer`: double words 1 and 2, the first two kinds of sector, the page's exponent.
+/// SFDP with a basic table at `pointer`: double words 1 and 2, the first two erase types, the exponent of the page
+/// size.
 ByteArray sfdpOf(uint32_t first, uint32_t density, uint32_t sectors, uint8_t pageExponent, size_t doubleWords = 16)
 {
     constexpr uint8_t pointer = 0x30;
@@ -411,7 +412,7 @@ TEST_F(SpiFlash, DoesWhatADryRunPrints)
         {"spi flash 2.0 erase 0x6000 8k", ""},
         {"spi flash 2.0 verify 0x20ff", "abcdef"},
     };
-    // A dry run shows what --erase keeps as zeros.
+    // A dry run shows the bytes that --erase keeps as zeros.
     std::fill(flash->memory.begin() + 0x4000, flash->memory.begin() + 0x6000, uint8_t{0});
     for (const auto& [line, input] : cases) {
         SCOPED_TRACE(line);
@@ -424,7 +425,7 @@ TEST_F(SpiFlash, DoesWhatADryRunPrints)
     }
 }
 
-TEST_F(SpiFlash, TellsWhatItIs)
+TEST_F(SpiFlash, IsIdentified)
 {
     EXPECT_EQ("ef 40 14: no SFDP, sectors of 4096 bytes, pages of 256, 3 address bytes\n",
               tool("spi flash 2.0 id").out);
@@ -457,7 +458,7 @@ TEST_F(SpiFlash, TellsWhatItIs)
     }
 }
 
-TEST_F(SpiFlash, IsReadInPiecesThatSpidevTakes)
+TEST_F(SpiFlash, IsReadInPiecesThatSpidevAccepts)
 {
     fill(0x123, image);
     const std::string line = "spi flash 2.0 read 0x123 10000";
@@ -492,7 +493,7 @@ TEST_F(SpiFlash, IsReadAsAWholeWhenItsSizeIsKnown)
     EXPECT_EQ(content(0x100, 65536 - 0x100), tool("spi flash 2.0 read 0x100 --raw").out);
 }
 
-TEST_F(SpiFlash, KeepsItsAddressesInsideTheChip)
+TEST_F(SpiFlash, RefusesAddressesOutsideTheChip)
 {
     flash->sfdp = sfdpOf(only3Bytes, 8 * 65536 - 1, sectorsOf4K, 8);
     for (const std::string line :
@@ -525,7 +526,7 @@ TEST_F(SpiFlash, IsWrittenPageByPage)
               tool("spi flash 2.0 write 0x0ff0 --json", image).out);
 }
 
-TEST_F(SpiFlash, IsWrittenInMessagesThatSpidevTakes)
+TEST_F(SpiFlash, IsWrittenInMessagesThatSpidevAccepts)
 {
     kernel.devices[bufsizPath] = std::make_shared<FakeFile>("64\n");
     bus->limit = 64;
@@ -569,7 +570,7 @@ TEST_F(SpiFlash, ErasesWholeSectors)
     EXPECT_EQ(0, flash->ignored);
 }
 
-TEST_F(SpiFlash, ErasesBeforeWritingOnlyWhenAsked)
+TEST_F(SpiFlash, ErasesBeforeWritingOnlyOnRequest)
 {
     fill(0, std::string(65536, '\x0f'));
     const Outcome refused = tool("spi flash 2.0 write 0x1ff8", "ABCDEFGHIJ");
@@ -577,7 +578,7 @@ TEST_F(SpiFlash, ErasesBeforeWritingOnlyWhenAsked)
     EXPECT_EQ("", refused.out);
     EXPECT_EQ(
         "serialcomm: /dev/spidev2.0: verification failed: 10 of 10 bytes differ, the first at 0x001ff8: 01 instead "
-        "of 41\n  try: --erase: writing alone turns no 0 bit into 1\n",
+        "of 41\n  try: --erase: without it, no 0 bit can become 1\n",
         refused.err);
 
     EXPECT_EQ(0, tool("spi flash 2.0 write 0x1ff8 --erase", "ABCDEFGHIJ").status);
@@ -603,10 +604,10 @@ TEST_F(SpiFlash, NamesTheCauseOfAFailure)
          path + "verification failed: 1 of 3 bytes differ, the first at 0x000002: 78 instead of 63\n"},
         {"write 0x0", [](FakeFlash& chip) { chip.protects = true; },
          path + "verification failed: 3 of 3 bytes differ, the first at 0x000000: ff instead of 61\n"
-                "  try: see whether the chip protects these sectors against writing\n"},
+                "  try: check whether these sectors are write-protected\n"},
         {"erase 0x0 4k", [](FakeFlash& chip) { chip.protects = true, chip.memory[7] = 0x7f; },
          path + "verification failed: 1 of 4096 bytes differ, the first at 0x000007: 7f instead of ff\n"
-                "  try: see whether the chip protects these sectors against writing\n"},
+                "  try: check whether these sectors are write-protected\n"},
         {"write 0x0", [](FakeFlash& chip) { chip.refusesWriteEnable = true; },
          path + "the chip does not enable writing; its status is 00\n"
                 "  try: serialcomm spi flash /dev/spidev2.0 id, which shows whether a flash answers\n"},
@@ -693,7 +694,7 @@ TEST_F(SpiFlash, ReadsAndWritesFiles)
     const std::string copy = folder.path + "/copy";
     std::ofstream{copy} << image << image;
     EXPECT_EQ(2, tool("spi flash 2.0 read 0x1000000 1 -o " + copy).status);
-    EXPECT_EQ(image + image, contentOf(copy));  // not lost before there is something better
+    EXPECT_EQ(image + image, contentOf(copy));  // kept until the new content is known
     const Outcome outcome = tool("spi flash 2.0 read 0x0 10000 -o " + copy);
     EXPECT_EQ(0, outcome.status);
     EXPECT_EQ("", outcome.out);

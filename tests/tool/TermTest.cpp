@@ -1,5 +1,4 @@
-// The interactive session, between two pseudo-terminals: the one that it is operated from and the one behind which the
-// device is.
+// The interactive session, between two pseudo-terminals: one for the user, one for the device.
 
 #include "Terminals.h"
 
@@ -14,7 +13,7 @@
 namespace
 {
 
-/// The digits of a time of day are all the same.
+/// Replaces all digits by 0, so that times of day compare equal.
 std::string masked(std::string text)
 {
     std::replace_if(
@@ -30,7 +29,7 @@ public:
     {
     }
 
-    /// Reads slowly what is shown.
+    /// Reads the output slowly.
     void lookUntil(const std::atomic<bool>& done) const
     {
         std::array<char, 256> text{};
@@ -59,21 +58,21 @@ struct Row {
     std::string title;
     std::vector<std::string> options;
     std::string typed;
-    std::string sent;      ///< what the device gets
+    std::string sent;      ///< what the device receives
     std::string answered;  ///< by the device
     std::string shown;
 };
 
 const Row rows[] = {
-    {"keys go out as they are, Enter as CR", {}, "a\x03\r", "a\x03\r", "ok\r\n", "ok\r\r\n"},
-    {"Enter sends the line end asked for", {"--eol", "crlf"}, "a\r", "a\r\n", ".", "."},
+    {"keys are sent unchanged, Enter as CR", {}, "a\x03\r", "a\x03\r", "ok\r\n", "ok\r\r\n"},
+    {"Enter sends the requested line ending", {"--eol", "crlf"}, "a\r", "a\r\n", ".", "."},
     {"local echo shows what is typed", {"-e"}, "ab\r", "ab\r", ".", "ab\r\n."},
     {"each line begins with its time", {"-t"}, "\r", "\r", "a\r\nb.", "[00:00:00.000] a\r\r\n[00:00:00.000] b."},
-    {"hex in and out, a burst a line", {"--hex"}, "de a", "\xde", "\x01\x02", "01 02\r\n"},
+    {"hex in and out, one line per burst", {"--hex"}, "de a", "\xde", "\x01\x02", "01 02\r\n"},
     {"a digit alone is not sent", {"--hex", "-e"}, "1 23", "\x23", "\xff", "23\r\nff\r\n"},
 };
 
-TEST(Term, CarriesBothWays)
+TEST(Term, TransfersInBothDirections)
 {
     for (const Row& row : rows) {
         SCOPED_TRACE(row.title);
@@ -122,7 +121,7 @@ TEST(Term, EndsWhileThePortIsGone)
     EXPECT_EQ(0, term.ended());
 }
 
-TEST(Term, EndsWhileThePortTalksWithoutAPause)
+TEST(Term, EndsWhileThePortSendsWithoutAPause)
 {
     const Device device;
     Term term{device.name};
@@ -177,7 +176,7 @@ TEST(Term, AppendsTheSessionToAFile)
     EXPECT_EQ(3, refused.ended());
 }
 
-TEST(Term, GivesTheTerminalBackWhileItIsStopped)
+TEST(Term, RestoresTheTerminalWhileItIsStopped)
 {
     const Device device;
     Term term{device.name};
@@ -193,7 +192,7 @@ TEST(Term, GivesTheTerminalBackWhileItIsStopped)
     EXPECT_EQ(0, term.ended());
 }
 
-TEST(Term, LeavesNothingRawAfterAnySignal)
+TEST(Term, LeavesNothingInRawModeAfterAnySignal)
 {
     const struct rlimit noCore = {0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
@@ -215,7 +214,7 @@ TEST(Term, LeavesNothingRawAfterAnySignal)
     }
 }
 
-TEST(Term, SaysWhoHasThePortThatIsBack)
+TEST(Term, ReportsWhoUsesThePortThatIsBack)
 {
     const std::string link = testing::TempDir() + "serialcomm-used-" + std::to_string(getpid());
     unlink(link.c_str());
@@ -252,7 +251,7 @@ TEST(Term, EndsWhenItsInputEndsWhileThePortIsGone)
     term.give("hello\n");
     term.endInput();
     EXPECT_EQ("serialcomm: " + name +
-                  " is gone: unplugged, or closed at the other side; 6 bytes of the input not sent\n",
+                  " is gone: unplugged, or closed at the other side; 6 bytes of the input were not sent\n",
               readAll(term.errors));
     EXPECT_EQ(1, term.ended());
 }
@@ -290,13 +289,13 @@ TEST(Term, PassesEveryByteThatIsPiped)
     EXPECT_EQ(0, term.ended());
 }
 
-TEST(Term, KeepsPipedInputUntilSomebodyIsThere)
+TEST(Term, KeepsPipedInputUntilAProgramOpensThePort)
 {
     Piped term{{"uart", "term", "pty"}};
     const std::string name = readUntil(term.output, "\n");
     term.give("hello\n");
     term.endInput();
-    poll(nullptr, 0, 1200);  // longer than it waits for an answer
+    poll(nullptr, 0, 1200);  // longer than the wait for an answer
     const int port = open(name.substr(0, name.size() - 1).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     EXPECT_EQ("hello\r", readUntil(port, "\r"));
     EXPECT_EQ(0, term.ended());

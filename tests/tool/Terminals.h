@@ -1,5 +1,5 @@
-// Programs under test and what is at the other end of their ports and terminals. Whatever waits does so for an event,
-// half a minute at most.
+// Programs under test, and the other ends of their ports and terminals. All functions that wait do so for an event, for
+// at most half a minute.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,10 +23,10 @@
 
 using std::chrono::steady_clock;
 
-/// What is written to a program that has ended fails.
-inline const auto formerly = signal(SIGPIPE, SIG_IGN);
+/// Writing to a program that has ended fails instead of ending the test.
+inline const auto oldPipeAction = signal(SIGPIPE, SIG_IGN);
 
-/// Reads as long as the text is not whole; half a minute at most.
+/// Reads while the condition holds, for at most half a minute.
 template <typename Condition>
 std::string readWhile(int fd, Condition goesOn)
 {
@@ -40,7 +40,7 @@ std::string readWhile(int fd, Condition goesOn)
         const ssize_t count = read(fd, &byte, 1);
         if (count == 0)
             break;        // closed
-        if (count < 0) {  // nobody at the other side of the terminal
+        if (count < 0) {  // no program has the other side of the terminal open
             poll(nullptr, 0, 5);
             continue;
         }
@@ -56,7 +56,7 @@ inline std::string readUntil(int fd, const std::string& end)
     });
 }
 
-/// Until it is closed.
+/// Reads until it is closed.
 inline std::string readAll(int fd)
 {
     return readWhile(fd, [](const std::string& /*text*/) { return true; });
@@ -81,7 +81,7 @@ struct Device {
         std::array<char, 64> path{};
         EXPECT_EQ(0, openpty(&master, &slave, path.data(), nullptr, nullptr));
         name = path.data();
-        fcntl(master, F_SETFD, FD_CLOEXEC);  // a session that held it open would never see it close
+        fcntl(master, F_SETFD, FD_CLOEXEC);  // a session that inherited it would never see it close
         struct termios raw {
         };
         tcgetattr(slave, &raw);
@@ -106,10 +106,10 @@ struct Device {
         return now;
     }
 
-    /// Whether a program has set up the port: what is sent before is discarded.
+    /// Whether a program has set up the port; bytes sent before are discarded.
     [[nodiscard]] bool isSetUp() const { return (settings().c_cflag & CLOCAL) != 0; }
 
-    /// Whether nothing that was sent waits at the other side.
+    /// Whether the other side has read all sent bytes.
     [[nodiscard]] bool hasBeenRead() const
     {
         const int slave = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -123,7 +123,7 @@ struct Device {
     std::string name;
 };
 
-/// A running serialcomm, which ends with this object at the latest.
+/// A running serialcomm; the destructor ends it.
 class Process
 {
 public:
@@ -155,7 +155,7 @@ public:
         return number > 0 && waitpid(number, nullptr, state | WNOHANG) == number;
     }
 
-    /// The exit status as a shell has it; -1 if it does not end.
+    /// The exit status as a shell reports it; -1 if it does not end.
     virtual int ended()
     {
         int status = 0;
@@ -232,7 +232,7 @@ public:
     int errors = -1;
 };
 
-/// On a terminal of its own.
+/// With its own terminal.
 class OnTerminal : public Process
 {
 public:

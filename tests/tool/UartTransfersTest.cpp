@@ -1,4 +1,4 @@
-// Verbs for serial ports as programs: with slow and absent programs at the other side, signals, and much data.
+// Verbs for serial ports in their own process: slow and absent programs at the other end, signals, much data.
 
 #include "Terminals.h"
 
@@ -19,7 +19,7 @@ std::string numbered(size_t size)
     return bytes;
 }
 
-/// serialcomm, writing to a pseudo-terminal of its own what it is given.
+/// serialcomm that writes its input to a new pseudo-terminal.
 class PtyWriter : public Piped
 {
 public:
@@ -83,9 +83,9 @@ const Reader readers[] = {
     {"fast", 20'000, 0, 0, 4096, 0},
     {"fast, much", 1'000'000, 0, 0, 65536, 0},
     {"a few bytes at a time", 20'000, 0, 0, 97, 0},
-    {"slow but steady, for longer than a stall may be", 20'000, 0, 0, 4096, 650},
+    {"slow but steady, for longer than the limit for stalls", 20'000, 0, 0, 4096, 650},
     {"slow, much", 1'000'000, 0, 0, 4096, 2},
-    {"opens later than a stall may last", 20'000, 5500, 0, 4096, 0},
+    {"opens later than the limit for stalls", 20'000, 5500, 0, 4096, 0},
     {"opens late, much", 1'000'000, 1500, 0, 4096, 0},
     {"reads late", 20'000, 0, 2500, 4096, 0},
     {"reads late, much", 1'000'000, 0, 2500, 65536, 0},
@@ -135,7 +135,7 @@ TEST(PtyWrite, ReportsWhatWasDiscarded)
     EXPECT_TRUE(waitUntil([&] { return ioctl(port, FIONREAD, &waiting) == 0 && waiting == 5; }));
     tcflush(port, TCIFLUSH);
     EXPECT_EQ("serialcomm: " + writer.name +
-                  ": the other side discarded its input before it had read all; 0 bytes were sent, 5 were not\n",
+                  ": the other side discarded its input before reading everything; 0 bytes were sent, 5 were not\n",
               readAll(writer.errors));
     EXPECT_EQ(1, writer.ended());
     close(port);
@@ -149,7 +149,7 @@ TEST(PtyWrite, ReportsWhatWasNotReadAtTheEnd)
     EXPECT_EQ(100U, readSlowly(port, 100, 100, 0).size());
     close(port);
     EXPECT_EQ("serialcomm: " + writer.name +
-                  ": the other side closed before it had read all; 100 bytes were sent, 19900 were not\n",
+                  ": the other side closed the port before reading everything; 100 bytes were sent, 19900 were not\n",
               readAll(writer.errors));
     EXPECT_EQ(1, writer.ended());
 }
@@ -164,7 +164,7 @@ TEST(PtyWrite, ReportsWhatNobodyReads)
     close(port);
 }
 
-TEST(PtyWrite, ReachesAProgramThatReadsLines)
+TEST(PtyWrite, ReachesAProgramInCanonicalMode)
 {
     std::string lines;
     for (int i = 0; i < 400; ++i)
@@ -190,10 +190,10 @@ TEST(PtyWrite, CountsALineWithoutItsEndAsUnread)
     tcgetattr(port, &settings);
     settings.c_lflag |= ICANON;
     tcsetattr(port, TCSAFLUSH, &settings);
-    poll(nullptr, 0, 500);  // nothing to read comes
+    poll(nullptr, 0, 500);  // nothing is readable
     close(port);
     EXPECT_EQ("serialcomm: " + writer.name +
-                  ": the other side closed before it had read all; 0 bytes were sent, 5 were not\n",
+                  ": the other side closed the port before reading everything; 0 bytes were sent, 5 were not\n",
               readAll(writer.errors));
     EXPECT_EQ(1, writer.ended());
 }
@@ -213,10 +213,10 @@ TEST(PtyWrite, ReachesAProgramThatReadsExclusively)
     close(port);
 }
 
-/// More than the kernel takes while nobody reads.
+/// More than the kernel accepts while nobody reads.
 const std::string muchText(120'000, 'x');
 
-TEST(Write, GoesOnAfterItWasStopped)
+TEST(Write, ContinuesAfterItWasStopped)
 {
     const Device device;
     Piped writer{{"uart", "write", device.name, muchText, "--eol", "none"}};
@@ -240,7 +240,7 @@ size_t accountedFor(const std::string& line)
     return parsed && sent > 0 && notSent > 0 ? sent + notSent : 0;
 }
 
-TEST(Write, SaysHowMuchWasSentWhenItIsInterrupted)
+TEST(Write, ReportsHowMuchWasSentWhenItIsInterrupted)
 {
     const Device device;
     Piped writer{{"uart", "write", device.name, muchText, "--eol", "none"}};
@@ -251,7 +251,7 @@ TEST(Write, SaysHowMuchWasSentWhenItIsInterrupted)
     EXPECT_EQ(128 + SIGINT, writer.ended());
 }
 
-TEST(Write, SaysHowMuchWasSentWhenThePortGoes)
+TEST(Write, ReportsHowMuchWasSentWhenThePortDisappears)
 {
     auto device = std::make_unique<Device>();
     Piped writer{{"uart", "write", device->name, muchText, "--eol", "none"}};
@@ -292,7 +292,7 @@ TEST(Write, Streams)
     EXPECT_EQ(0, writer.ended());
 }
 
-/// Sends back what comes, until it is told to end.
+/// Sends back what it receives, until it is told to end.
 class Loop
 {
 public:
@@ -344,7 +344,7 @@ TEST(Ask, ReceivesWhileItSends)
     giver.join();
 }
 
-TEST(Pipe, CarriesBytesBothWays)
+TEST(Pipe, TransfersBytesInBothDirections)
 {
     const Device device;
     const Loop loop{device};
@@ -379,16 +379,17 @@ TEST(Pipe, ShowsItsProgressOnATerminal)
     EXPECT_EQ(128 + SIGTERM, pipe.ended());
 }
 
-TEST(Pipe, CountsWhatDidNotCome)
+TEST(Pipe, ReportsMissingBytes)
 {
     const Device device;
-    Piped pipe{{"uart", "pipe", device.name, "--count", "5", "--timeout", "0.3"}};
+    Piped pipe{{"uart", "pipe", device.name, "--count", "5"}};
     pipe.give("?");
     EXPECT_EQ("?", readUntil(device.master, "?"));
     device.send("abc");
     pipe.endInput();
     EXPECT_EQ("abc", readAll(pipe.output));
-    EXPECT_EQ("serialcomm: " + device.name + ": 3 of 5 bytes before 0.3 s of silence\n", readAll(pipe.errors));
+    EXPECT_EQ("serialcomm: " + device.name + ": received 3 of 5 bytes before the timeout of 1 s\n",
+              readAll(pipe.errors));
     EXPECT_EQ(1, pipe.ended());
 }
 
@@ -404,7 +405,7 @@ TEST(Reading, ShowsTheBurstThatASignalInterrupts)
     EXPECT_EQ(128 + SIGTERM, read.ended());
 }
 
-TEST(Reading, ShowsTheBurstDuringWhichThePortGoes)
+TEST(Reading, ShowsTheBurstDuringWhichThePortDisappears)
 {
     auto device = std::make_unique<Device>();
     Piped read{{"uart", "read", device->name, "--hex"}};
@@ -422,7 +423,7 @@ struct Answer {
     std::string shown;
 };
 
-TEST(Answer, DoesNotDisappearFromATerminal)
+TEST(Answer, IsNotOverwrittenOnATerminal)
 {
     const Answer rows[] = {
         {"with its line end", "ok\n", "ok\r\n"},

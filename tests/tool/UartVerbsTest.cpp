@@ -1,4 +1,4 @@
-// The verbs for serial ports in this process, with a device at the other side that answers what a row says.
+// The verbs for serial ports in this process, with a device at the other end that answers as each row says.
 
 #include "FakeKernel.h"
 #include "Terminals.h"
@@ -15,8 +15,8 @@ struct Row {
     std::string title;
     std::vector<std::string> words;  ///< of the command, with PORT for the port
     std::string input;
-    std::string sent;                  ///< what the device gets
-    std::vector<std::string> answers;  ///< what it then sends, with a pause between two that ends a burst
+    std::string sent;                  ///< what the device receives
+    std::vector<std::string> answers;  ///< what it then sends, with pauses between them that end a burst
     int status;
     std::string out;
     std::string err;
@@ -28,7 +28,7 @@ std::string withPort(std::string text, const std::string& port)
     return at == std::string::npos ? text : text.replace(at, 4, port);
 }
 
-/// Answers once it has got what it waits for; at once, when that is nothing, but not before the port is set up.
+/// Answers when it has received what it waits for; if that is nothing, as soon as the port is set up.
 class Answering
 {
 public:
@@ -77,7 +77,7 @@ void expectOutcome(const Row& row)
     EXPECT_EQ(withPort(row.err, device.name), outcome.err);
 }
 
-const std::string tryOther = "\n  try: another --baud or --eol; TX and RX crossed?\n";
+const std::string tryOther = "\n  try: another --baud or --eol, or check whether TX and RX are swapped\n";
 
 const Row asked[] = {
     {"text with CR", {"ask", "PORT", "a", "b", "--timeout", "0.3"}, "", "a b\r", {"ok\n"}, 0, "ok\n", ""},
@@ -153,7 +153,7 @@ const Row asked[] = {
      {"o", "x"},
      1,
      "ox",
-     "serialcomm: PORT: 2 bytes, but no \"ok\" or \"no\" before 0.3 s of silence\n"},
+     "serialcomm: PORT: received 2 bytes, but no \"ok\" or \"no\" before the timeout of 0.3 s\n"},
     {"no ending before the deadline",
      {"ask", "PORT", "a", "--until", "ok", "--deadline", "0.2"},
      "",
@@ -161,7 +161,7 @@ const Row asked[] = {
      {"x"},
      1,
      "x",
-     "serialcomm: PORT: 1 byte, but no \"ok\" before the deadline of 0.2 s\n"},
+     "serialcomm: PORT: received 1 byte, but no \"ok\" before the deadline of 0.2 s\n"},
     {"a line", {"ask", "PORT", "a", "--line", "--timeout", "20"}, "", "a\r", {"\r\no", "k\r\nmore\r\n"}, 0, "ok\n", ""},
     {"a line as JSON",
      {"ask", "PORT", "a", "--line", "--json", "--timeout", "20"},
@@ -178,7 +178,7 @@ const Row asked[] = {
      {"ok"},
      1,
      "ok\n",
-     "serialcomm: PORT: 2 bytes, but no line end before 0.3 s of silence\n"},
+     "serialcomm: PORT: received 2 bytes, but no line end before the timeout of 0.3 s\n"},
     {"an echo", {"ask", "PORT", "ab", "--skip-echo", "--timeout", "0.3"}, "", "ab\r", {"a", "b\rok"}, 0, "ok", ""},
     {"an echo with LF added",
      {"ask", "PORT", "ab", "--skip-echo", "--timeout", "0.3"},
@@ -253,7 +253,7 @@ const Row read[] = {
      {"ab"},
      1,
      "ab",
-     "serialcomm: PORT: 2 of 3 bytes before 0.3 s of silence\n"},
+     "serialcomm: PORT: received 2 of 3 bytes before the timeout of 0.3 s\n"},
     {"nothing",
      {"read", "PORT", "--timeout", "0.3", "-b", "9600", "--parity", "even", "--stop-bits", "2"},
      "",
@@ -261,7 +261,8 @@ const Row read[] = {
      {},
      1,
      "",
-     "serialcomm: PORT: nothing came within 0.3 s at 9600 8E2\n  try: another --baud; TX and RX crossed?\n"},
+     "serialcomm: PORT: nothing received within 0.3 s at 9600 8E2\n  try: another --baud, or check whether TX and RX "
+     "are swapped\n"},
     {"a deadline while data comes",
      {"read", "PORT", "--deadline", "0.4"},
      "",
@@ -325,14 +326,14 @@ TEST(UartVerbs, AskTakesALimitedQuestion)
               tool({"uart", "ask", "ttyX", "-"}, {tooMuch.begin(), tooMuch.end()}).err);
 }
 
-/// What is said about a port, and what the defaults are, is what the parser takes.
+/// The help shows the defaults that the parser uses.
 TEST(UartVerbs, HelpNamesTheDefaultsThatAreUsed)
 {
     const std::string help = tool("uart ask --help").out;
     for (const char* const line :
          {"Baud rate; default: 115200", "Parity: none, even or odd; default: none", "Stop bits: 1 or 2; default: 1",
           "Line ending sent: cr, lf, crlf or none; default: cr",
-          "Stop after this many seconds without data; default: 1", "opening discards input that waits there"})
+          "Stop after this many seconds without data; default: 1", "opening discards waiting input"})
         EXPECT_NE(std::string::npos, help.find(line)) << line;
     EXPECT_EQ("61 0d  115200 8N1\n", tool("uart write ttyX a -n").out);
     EXPECT_EQ(std::string::npos, tool("uart read --help").out.find("without data; default"));
@@ -348,7 +349,7 @@ TEST(UartVerbs, BaudRates)
         {"0", "baud rate 0: not supported; nearest: 110"},
         {"1800", "baud rate 1800: not supported; nearest: 1200, 2400"},
         {"9999999999", "baud rate 9999999999: not supported; nearest: 4000000"},
-        {"fast", "baud rate \"fast\": a decimal number, such as 115200"},
+        {"fast", "baud rate \"fast\": must be a decimal number, such as 115200"},
     };
     for (const auto& row : rows) {
         try {

@@ -1,20 +1,20 @@
 # shellcheck shell=sh disable=SC2016,SC2034,SC2154
-# For the commands of a session. $tmp is a folder of the command's own.
+# Functions for the commands of a session. $tmp is a folder for one command.
 
-# Waits until the words, a command, succeed; at most half a minute or so.
+# Waits until the command succeeds, for about half a minute at most.
 await() {
     tries=0
     until eval "$1" 2>/dev/null; do
         tries=$((tries + 1))
         if [ $tries -ge 1500 ]; then
-            echo "waited in vain: $1" >&2
+            echo "timed out: $1" >&2
             return 1
         fi
         sleep 0.02
     done
 }
 
-# Does the words while a program of ours is the other end of $SLAVE; its standard output, from the second line on, is then
+# Runs the command while another program is the other end of $SLAVE; its standard output, from the second line on, is then
 # in $tmp/other. other_end 'serialcomm uart echo pty' 'serialcomm uart ask $SLAVE hi'
 other_end() {
     eval "$1" >"$tmp/pty" 2>"$tmp/pty.err" &
@@ -36,17 +36,17 @@ with_echo() {
     other_end 'exec serialcomm uart echo pty' "$1"
 }
 
-# Does the words while /dev/ttyUSB0 leads to a port that sends back what comes.
+# Runs the command while /dev/ttyUSB0 is a port that sends back what it receives.
 at_ttyUSB0() {
     other_end "exec $(example_of uart echo)" "(ln -s \$SLAVE /dev/ttyUSB0 && trap 'rm /dev/ttyUSB0' EXIT; $1)"
 }
 
-# The verbs that help lists, a line each: "i2c get".
+# The verbs that help lists, one per line: "i2c get".
 verbs() {
     serialcomm | sed -nE 's/^serialcomm ((i2c|spi|uart) [a-z]+|list|batch) .*/\1/p'
 }
 
-# Tries what each help gives as its example, as a dry run where something would be opened.
+# Runs the example of each help, as a dry run if it would open something.
 try_examples() {
     cd "$tmp" && touch request.bin setup.txt
     verbs | while read -r verb; do
@@ -58,7 +58,7 @@ try_examples() {
     done
 }
 
-# Does the words and says whether the settings of a port are then as before: keeps_settings $SLAVE 'serialcomm ...'
+# Runs the command and prints "same" if it has not changed the settings of a port: keeps_settings $SLAVE 'serialcomm ...'
 keeps_settings() {
     settings=$(stty -F "$1" -g)
     kept=0
@@ -67,13 +67,13 @@ keeps_settings() {
     return "$kept"
 }
 
-# Writes $tmp/properties: a log in $tmp/log, with the words as further properties.
+# Writes $tmp/properties: a log in $tmp/log, with the arguments as further properties.
 log_to_file() {
     printf 'log4cplus.%s\n' appender.F=log4cplus::FileAppender "appender.F.File=$tmp/log" \
         appender.F.layout=log4cplus::SimpleLayout "$@" >"$tmp/properties"
 }
 
-# Takes the driver from /dev/ttymxc0, and gives it back.
+# Unbinds the driver of /dev/ttymxc0, and binds it again.
 unplug() {
     echo 30860000.serial >/sys/bus/platform/drivers/imx-uart/unbind
 }
@@ -82,8 +82,8 @@ plug() {
     echo 30860000.serial >/sys/bus/platform/drivers/imx-uart/bind
 }
 
-# Does the words, which start a process with a pipe as its input, and ends it; what is written to descriptor 8 comes
-# through the pipe.
+# Runs the commands, which start a process with a pipe as its input, and ends that process; descriptor 8 is the other end
+# of the pipe.
 with_keys() {
     mkfifo "$tmp/keys"
     exec 8<>"$tmp/keys"
@@ -96,14 +96,14 @@ example_of() {
     serialcomm "$@" --help | sed -n 's/^Example: //p'
 }
 
-# Does what the help of a verb gives as its example, under the line itself.
+# Prints the example in the help of a verb, and runs it.
 example() {
     line=$(example_of "$@")
     echo "> $line"
     eval "$line"
 }
 
-# Does the words while the kernel driver at24 has the EEPROM at 0x50 of bus 4.
+# Runs the command while the kernel driver at24 uses the EEPROM at 0x50 of bus 4.
 with_at24() {
     bus=/sys/bus/i2c/devices/i2c-4
     insmod /lib/modules/at24.ko 2>/dev/null
@@ -114,7 +114,7 @@ with_at24() {
     return "$result"
 }
 
-# Starts the words with their output in $tmp/out, and waits until the process, $process, heeds signals and has
+# Starts the command with its output in $tmp/out, and waits until the process, $process, handles signals and has
 # the file open.
 start() {
     eval "exec $2" >"$tmp/out" 2>"$tmp/err" <"${input:-/dev/null}" &
@@ -122,14 +122,14 @@ start() {
     await "grep -q 'SigCgt:.*[ef]$' /proc/$process/status && ls -l /proc/$process/fd | grep -q -e '$1'"
 }
 
-# Sends the signal and says how the process ended, within a second.
+# Sends the signal and prints how the process ended within a second.
 ends_on() {
     kill -s "$1" "$process"
     tries=0
     while kill -0 "$process" 2>/dev/null && [ "$(sed 's/.*) //; s/ .*//' "/proc/$process/stat" 2>/dev/null)" != Z ]; do
         tries=$((tries + 1))
         if [ $tries -ge 100 ]; then
-            echo "still there after a second"
+            echo "still running after a second"
             kill -s KILL "$process"
         fi
         sleep 0.01
@@ -140,18 +140,18 @@ ends_on() {
     cat "$tmp/err" >&2
 }
 
-# 5000 bytes of text, which begin with a number of four digits.
+# 5000 bytes of text that begin with a number of four digits.
 image() {
     seq "$1" $(($1 + 1249)) | tr -d '\n'
 }
 
-# Says whether standard input is this image.
+# Prints "the image" if standard input is this image.
 is_image() {
     image "$1" >"$tmp/image"
     cmp - "$tmp/image" && echo "the image"
 }
 
-# Takes spidev's driver away from a device, 2.1, and gives it back.
+# Unbinds the spidev driver of a device, such as 2.1, and binds it again.
 unbind() {
     echo "spi$1" >/sys/bus/spi/drivers/spidev/unbind
 }
@@ -160,7 +160,7 @@ bind() {
     echo "spi$1" >/sys/bus/spi/drivers/spidev/bind
 }
 
-# Unbinds a device while the words have it open, and prints how they end.
+# Unbinds a device while the command has it open, and prints how the command ends.
 unbound_during() {
     start "$1" "$2"
     unbind "$1"

@@ -9,7 +9,7 @@
 namespace
 {
 
-constexpr size_t bytesALine = 16;
+constexpr size_t bytesPerLine = 16;
 constexpr auto hexDigits = "0123456789abcdefABCDEF";
 constexpr auto separators = " \t\r\n:,";
 
@@ -94,9 +94,9 @@ std::string hexLine(const ByteArray& bytes)
 
 std::string shortHex(const ByteArray& bytes)
 {
-    if (bytes.size() <= bytesALine)
+    if (bytes.size() <= bytesPerLine)
         return hexLine(bytes);
-    return hexLine({bytes.begin(), bytes.begin() + bytesALine}) + " ... (" + std::to_string(bytes.size()) + " bytes)";
+    return hexLine({bytes.begin(), bytes.begin() + bytesPerLine}) + " ... (" + std::to_string(bytes.size()) + " bytes)";
 }
 
 std::string hexLines(const ByteArray& bytes)
@@ -104,7 +104,7 @@ std::string hexLines(const ByteArray& bytes)
     std::string lines;
     lines.reserve(bytes.size() * 3);
     for (size_t i = 0; i < bytes.size(); ++i) {
-        const bool lastOfLine = (i + 1) % bytesALine == 0 || i + 1 == bytes.size();
+        const bool lastOfLine = (i + 1) % bytesPerLine == 0 || i + 1 == bytes.size();
         lines += hexPair(bytes[i]) + (lastOfLine ? '\n' : ' ');
     }
     return lines;
@@ -113,11 +113,11 @@ std::string hexLines(const ByteArray& bytes)
 std::string hexDump(const ByteArray& bytes, size_t firstOffset, int digits)
 {
     std::string lines;
-    for (size_t i = 0; i < bytes.size(); i += bytesALine) {
+    for (size_t i = 0; i < bytes.size(); i += bytesPerLine) {
         const ByteArray row(bytes.begin() + static_cast<std::ptrdiff_t>(i),
-                            bytes.begin() + static_cast<std::ptrdiff_t>(std::min(i + bytesALine, bytes.size())));
+                            bytes.begin() + static_cast<std::ptrdiff_t>(std::min(i + bytesPerLine, bytes.size())));
         std::string hex = hexLine(row);
-        hex.resize(bytesALine * 3 - 1, ' ');
+        hex.resize(bytesPerLine * 3 - 1, ' ');
         std::string text;
         for (const uint8_t byte : row)
             text += byte >= ' ' && byte <= '~' ? static_cast<char>(byte) : '.';

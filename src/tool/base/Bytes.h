@@ -18,7 +18,7 @@ std::string hexLine(const ByteArray& bytes);
 /// The first 16 bytes, and how many there are: "de ad ... (17 bytes)".
 std::string shortHex(const ByteArray& bytes);
 
-/// 16 bytes a line, each line with its end.
+/// 16 bytes per line, each line with its newline.
 std::string hexLines(const ByteArray& bytes);
 
 /// Offset, hex and ASCII: "00000010: de ad be ef ...    ....". Offsets are `digits` wide.
@@ -30,9 +30,9 @@ std::string hexNumber(uint64_t value, int width = 2);
 /// "0x0010": the bytes as one number, as wide as they are.
 std::string hexName(const ByteArray& bytes);
 
-/// Hex pairs in any grouping: "de ad", "dead", "de:ad", "0xde 0xad". Throws a Failure that says how to write it.
+/// Hex pairs in any grouping: "de ad", "dead", "de:ad", "0xde 0xad". Throws a Failure that names the mistake.
 ByteArray parseBytes(const std::vector<std::string>& words);
 
-/// Text for a person in one line: control characters and everything that is not UTF-8 are shown as \xNN, so that what
-/// comes from outside cannot move the cursor.
+/// Text for a person in one line: control characters and everything that is not UTF-8 are shown as \xNN, so that text
+/// from outside cannot move the cursor.
 std::string printable(const std::string& text);

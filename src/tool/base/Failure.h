@@ -21,7 +21,7 @@ struct Interrupted {
     int signal;
 };
 
-/// A command that did what it was asked to, with a status of its own that tells a script what it found.
+/// Ends a successful command with an exit status that tells a script what it found.
 struct ExitStatus {
     int status;
 };

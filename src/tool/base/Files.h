@@ -10,8 +10,8 @@
 /// The content of a file, at most `most` bytes.
 ByteArray readFile(const std::string& path, size_t most);
 
-/// A file for bytes that are not there yet: a wrong path fails at once, and what the file contained is lost only when
-/// replace() is called.
+/// An output file that is opened before its new content is known: a wrong path fails at once, and the old content is
+/// kept until replace() is called.
 class OutputFile
 {
 public:

@@ -36,7 +36,7 @@ void writeAll(int fd, const void* data, size_t size, const std::string& name)
             next += written;
             size -= static_cast<size_t>(written);
         } else if (error == EAGAIN || error == EINTR) {
-            throwIfSignalled();  // not before: what was received is still shown
+            throwIfSignalled();  // not earlier, so that received bytes are still shown
             waitFor(fd, POLLOUT);
         } else if (error == EPIPE) {
             throw Interrupted{SIGPIPE};

@@ -1,5 +1,5 @@
-// Standard output carries only data, standard error everything that is said about it. What cannot be written ends the
-// program.
+// Standard output carries only data; errors, progress and traffic go to standard error. A failed write to standard
+// output ends the program.
 #pragma once
 
 #include "base/Json.h"
@@ -29,22 +29,22 @@ public:
     [[nodiscard]] bool raw() const { return options.raw; }
     [[nodiscard]] bool hexDump() const { return options.hexDump; }
 
-    /// What follows are results of one kind, one after the other: bytes in hex are one line each. `withTimes` puts the
-    /// time of day before each line, and "time" before the fields: seconds since the epoch, with microseconds.
+    /// The results that follow are a series: each is one line of hex. `withTimes` puts the time of day before each
+    /// line, and "time" before the fields: seconds since the epoch, with microseconds.
     void startSeries(bool withTimes);
 
-    /// Progress of long work, on a terminal on standard error, from one second after the start on. An empty text
-    /// removes it. The log at -v takes its place.
+    /// Shows progress on standard error, if it is a terminal, from one second after the start on. An empty text removes
+    /// it. At -v, the log is shown instead.
     void progress(const std::string& text);
 
-    /// Bytes from a device: in hex, 16 a line; with --hexdump behind offsets, which count from `firstOffset`; with
-    /// --json as "bytes" behind `fields`; or with --raw as they are.
+    /// Bytes from a device: in hex, 16 per line; with --hexdump after offsets, which start at `firstOffset`; with
+    /// --json as "bytes" after `fields`; with --raw unchanged.
     void bytes(const Fields& fields, const ByteArray& bytes, size_t firstOffset = 0);
 
-    /// A result that is no bytes: a line of text, or the fields with --json.
+    /// A result other than bytes: a line of text, or the fields with --json.
     void result(const Fields& fields, const std::string& text);
 
-    /// What goes over the wire, one transfer a line: on standard error at -v.
+    /// What goes over the wire, one transfer per line: on standard error at -v.
     void traffic(const std::string& lines) const;
 
     /// The same in a dry run, where it is the result.
@@ -72,13 +72,14 @@ void printBytes(const ByteArray& bytes);
 /// One line on standard error: "serialcomm: <message>". What is not printable is escaped.
 void printError(const std::string& message);
 
-/// The line behind an error: "  try: <hint>".
+/// The line after an error: "  try: <hint>".
 void printHint(const std::string& hint);
 
-/// Writes everything to a descriptor. `name` is what the error message calls it.
+/// Writes everything to a descriptor. `name` is its name in the error message.
 void writeAll(int fd, const void* data, size_t size, const std::string& name);
 
-/// Up to 64 KiB of a descriptor as soon as there is some; empty at its end. `name` is what the error message calls it.
+/// Reads up to 64 KiB from a descriptor, as soon as there are any bytes; empty at its end. `name` is its name in the
+/// error message.
 ByteArray readFrom(int fd, const std::string& name);
 ByteArray readInput();
 

@@ -13,7 +13,7 @@ static size_t parseRepeatCount(const std::string& text)
     constexpr uint64_t most = 1'000'000;
     const uint64_t count = numberOf(text, 10).value_or(0);
     if (count == 0 || count > most)
-        refuse("--count \"" + text + "\": 1 to " + std::to_string(most));
+        refuse("--count \"" + text + "\": must be 1 to " + std::to_string(most));
     return count;
 }
 

@@ -17,34 +17,34 @@ namespace
 {
 
 volatile sig_atomic_t caught = 0;
-timer_t again;
+timer_t alarmTimer;
 void (*leaveHook)() = nullptr;
 void (*enterHook)() = nullptr;
-std::array<struct sigaction, NSIG> before;
+std::array<struct sigaction, NSIG> oldActions;
 
 bool isOneOf(int number, std::initializer_list<int> numbers)
 {
     return std::find(numbers.begin(), numbers.end(), number) != numbers.end();
 }
 
-/// A signal may come just before a system call that then blocks: SIGALRM follows it up until the program has ended.
-extern "C" void note(int number, siginfo_t* info, void* /*context*/)
+/// A signal may arrive just before a system call that then blocks, so a timer keeps sending SIGALRM to interrupt it.
+extern "C" void recordSignal(int number, siginfo_t* info, void* /*context*/)
 {
     if (number == SIGALRM && info->si_code == SI_TIMER)
         return;
     const bool isFault = isOneOf(number, {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS}) && info->si_code > 0;
-    if (isFault) {  // it happens again on return, and ends the program
+    if (isFault) {  // raised again on return; ends the program
         if (leaveHook != nullptr)
             leaveHook();
-        sigaction(number, &before[static_cast<size_t>(number)], nullptr);
+        sigaction(number, &oldActions[static_cast<size_t>(number)], nullptr);
         return;
     }
     caught = number;
     const struct itimerspec tenth = {{0, 100'000'000}, {0, 100'000'000}};
-    timer_settime(again, 0, &tenth, nullptr);
+    timer_settime(alarmTimer, 0, &tenth, nullptr);
 }
 
-extern "C" void stop(int number)
+extern "C" void stopProgram(int number)
 {
     const int error = errno;
     leaveHook();
@@ -63,7 +63,7 @@ extern "C" void stop(int number)
     errno = error;
 }
 
-extern "C" void proceed(int /*number*/)
+extern "C" void continueProgram(int /*number*/)
 {
     const int error = errno;
     enterHook();
@@ -82,19 +82,19 @@ void fillStandardDescriptors()
     }
 }
 
-void noteSignals()
+void catchSignals()
 {
-    timer_create(CLOCK_MONOTONIC, nullptr, &again);  // no record of the event wanted: SIGALRM
+    timer_create(CLOCK_MONOTONIC, nullptr, &alarmTimer);  // without a sigevent: sends SIGALRM
 
     struct sigaction action {
     };
-    action.sa_sigaction = note;
+    action.sa_sigaction = recordSignal;
     action.sa_flags = SA_SIGINFO;  // without SA_RESTART: system calls end with EINTR
     sigfillset(&action.sa_mask);
     for (int number = 1; number < NSIG; ++number) {
         if (isOneOf(number, {SIGKILL, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU, SIGCONT, SIGCHLD, SIGURG, SIGWINCH, SIGPIPE}))
             continue;
-        struct sigaction& old = before[static_cast<size_t>(number)];
+        struct sigaction& old = oldActions[static_cast<size_t>(number)];
         sigaction(number, &action, &old);
         const bool forUs =
             isOneOf(number, {SIGINT, SIGQUIT, SIGTERM, SIGALRM});  // a shell's background jobs ignore some
@@ -108,16 +108,16 @@ void noteSignals()
     sigaction(SIGPIPE, &ignore, nullptr);
 }
 
-void callAroundStop(void (*leave)(), void (*enter)())
+void setStopHooks(void (*leave)(), void (*enter)())
 {
     struct sigaction action {
     };
     sigfillset(&action.sa_mask);
     leaveHook = leave;
     enterHook = enter;
-    action.sa_handler = leave == nullptr ? SIG_DFL : stop;
+    action.sa_handler = leave == nullptr ? SIG_DFL : stopProgram;
     sigaction(SIGTSTP, &action, nullptr);
-    action.sa_handler = enter == nullptr ? SIG_DFL : proceed;
+    action.sa_handler = enter == nullptr ? SIG_DFL : continueProgram;
     sigaction(SIGCONT, &action, nullptr);
 }
 
@@ -140,5 +140,5 @@ void endBySignal(int number)
     sigaddset(&blocked, number);
     sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
     raise(number);
-    _exit(128 + number);  // where the signal does not end a process, as the first one of a container
+    _exit(128 + number);  // if the signal does not end this process, such as PID 1 of a container
 }

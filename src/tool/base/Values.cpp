@@ -53,7 +53,7 @@ std::string parseWord(const std::string& text)
 std::string nodePath(const std::string& device, const std::string& prefix, bool isNumber)
 {
     if (device.empty())
-        refuse("the device is an empty word");
+        refuse("the device name is empty");
     if (device.find('/') != std::string::npos)
         return device;
     return "/dev/" + (isNumber ? prefix : "") + device;
@@ -91,7 +91,7 @@ size_t parseCount(const std::string& text, size_t most, const std::string& unit)
         refuse("count \"" + text + "\": counts are decimal" + (meant ? "; write " + std::to_string(asHex) : ""));
     }
     if (*count == 0)
-        refuse("count " + text + ": at least 1");
+        refuse("count " + text + ": must be at least 1");
     if (*count > most)
         refuse(text + " bytes: " + unit + " holds at most " + std::to_string(most));
     return *count;
@@ -124,6 +124,6 @@ milliseconds parseSeconds(const std::string& name, const std::string& text)
     fraction.resize(3, '0');
     const uint64_t value = wellFormed ? std::min(*seconds, most + 1) * 1000 + *numberOf(fraction, 10) : 0;
     if (value == 0 || value > most * 1000)
-        refuse(name + " \"" + text + "\": seconds, from 0.001 to " + std::to_string(most));
+        refuse(name + " \"" + text + "\": must be 0.001 to " + std::to_string(most) + " seconds");
     return milliseconds{value};
 }

@@ -141,7 +141,7 @@ Argument& Grammar::count(const std::string& name, const std::string& help, int& 
 void Grammar::output(OutputOptions& options, bool json, bool bytes)
 {
     if (json)
-        flag("--json", "One JSON object a line", options.json);
+        flag("--json", "One JSON object per line", options.json);
     if (bytes) {
         flag("--raw", "Bytes as they are, not in hex", options.raw).exclude("--json");
         flag("--hexdump", "Offset, hex and ASCII", options.hexDump).exclude("--json").exclude("--raw");

@@ -20,14 +20,14 @@ struct Argument {
     std::string value;  ///< what an option takes, "HZ"; empty for a flag
     std::string help;
     std::string defaultText = {};
-    std::vector<std::string> choices = {};  ///< where only these are valid
-    std::string synopsis = {};  ///< how the call shows a word, where its name does not say it: "BYTES... +N"
+    std::vector<std::string> choices = {};  ///< if only these are valid
+    std::string synopsis = {};              ///< how the synopsis shows a word, if not by its name: "BYTES... +N"
     Candidates candidates = Candidates::None;
     bool required = false;
     bool repeated = false;
     std::vector<std::string> excludes = {};  ///< options that contradict this one
     std::function<void(const std::vector<std::string>&)> take = {};
-    std::vector<std::string> suggestions = {};  ///< for completion, where the parser decides what is valid
+    std::vector<std::string> suggestions = {};  ///< for completion, if other values are valid as well
     bool isProgram = false;                     ///< this word and all behind it are another program's command line
 
     [[nodiscard]] bool isOption() const { return name[0] == '-'; }
@@ -44,8 +44,8 @@ struct Argument {
     Argument& show(const std::string& text);
 };
 
-/// A verb's words and options, in the order in which help shows them. Each parses straight into a field of the request;
-/// a default goes through the same parser.
+/// A verb's words and options, in the order in which help shows them. Each is parsed into a field of the request; so is
+/// its default.
 class Grammar
 {
 public:
@@ -115,17 +115,17 @@ struct Command {
     Grammar grammar;
     OutputOptions output;
     bool opensDevice = true;               ///< takes --dry-run
-    std::function<void()> check;           ///< what concerns several words; reads standard input for "-"
-    std::function<std::string()> traffic;  ///< what would go over the wire, one transfer a line
+    std::function<void()> check;           ///< checks words against each other; reads standard input for "-"
+    std::function<std::string()> traffic;  ///< what would go over the wire, one transfer per line
     std::function<void(Output&)> run;
 };
 
 /// A verb: its names and a way to make its command. Cheap until make() is called.
 struct Verb {
-    const char* bus;  ///< "i2c"; empty for a verb that stands alone
+    const char* bus;  ///< "i2c"; empty for a verb without a bus
     const char* name;
     const char* summary;
-    const char* example;  ///< behind "serialcomm "
+    const char* example;  ///< after "serialcomm "
     std::unique_ptr<Command> (*make)();
 
     [[nodiscard]] std::string words() const { return *bus == '\0' ? name : std::string{bus} + ' ' + name; }
@@ -148,7 +148,7 @@ void checkIfAny(Request& /*request*/, long /*otherwise*/)
 struct NoTraffic {
 };
 
-/// The verb for a type of request, which comes with these functions beside it:
+/// The verb for a type of request, for which these functions are defined:
 ///
 ///     void describe(Grammar& grammar, OutputOptions& output, Request& request);
 ///     void check(Request& request);                     // may be left out

@@ -23,12 +23,12 @@ struct BatchRequest : NoTraffic {
 void describe(Grammar& grammar, OutputOptions& /*output*/, BatchRequest& request)
 {
     grammar
-        .optionalWord("FILE", "A command a line, without \"serialcomm\"; # starts a comment; - for standard input",
+        .optionalWord("FILE", "One command per line, without \"serialcomm\"; # starts a comment; - for standard input",
                       request.file, parseWord, "-")
         .complete(Candidates::Files);
 }
 
-/// Lines of a file or of standard input as they come, so that another program can write them one by one.
+/// Reads lines of a file or of standard input as they arrive, so that another program can write them one by one.
 class Lines
 {
 public:
@@ -71,7 +71,7 @@ private:
     bool ended = false;
 };
 
-/// Words as a shell splits them: blanks separate, quotes and backslashes keep them together.
+/// Splits a line into words as a shell does: at spaces, except those that quotes or a backslash protect.
 std::vector<std::string> wordsOf(const std::string& line)
 {
     std::vector<std::string> words;
@@ -92,7 +92,7 @@ std::vector<std::string> wordsOf(const std::string& line)
             quote = character;
             word = word.value_or("");
         } else {
-            // Inside double quotes a backslash stays, except before what it protects there.
+            // In double quotes, a backslash is kept unless it escapes a quote or a backslash.
             const bool protects = escapes && (quote == '\0' || line[i + 1] == '"' || line[i + 1] == '\\');
             word = word.value_or("") + (protects ? line[++i] : character);
         }
@@ -111,7 +111,7 @@ void run(const BatchRequest& request, Output& /*output*/)
         try {
             const std::vector<std::string> words = wordsOf(*line);
             if (!words.empty() && words[0] == "batch")
-                throw Failure{WrongCommandLine, "batch: not inside a batch"};
+                throw Failure{WrongCommandLine, "batch: not allowed in a batch"};
             if (!words.empty())
                 execute(words);
         } catch (const Failure& failure) {
@@ -129,5 +129,5 @@ void run(const BatchRequest& request, Output& /*output*/)
 void addBatchVerb(Verbs& verbs)
 {
     verbs.push_back(
-        verb<BatchRequest>("", "batch", "run a command a line; stop at the first that fails", "batch setup.txt"));
+        verb<BatchRequest>("", "batch", "run one command per line; stop at the first that fails", "batch setup.txt"));
 }

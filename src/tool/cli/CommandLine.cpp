@@ -16,14 +16,14 @@
 namespace
 {
 
-/// A command line taken apart: the names of the verb, and all its other words in their order.
+/// A command line split into the names of the verb and all other words, in their order.
 struct Call {
     std::vector<std::string> names;
     std::vector<std::string> rest;
 };
 
-/// Options may stand before the bus and between bus and verb: they are the verb's all the same.
-Call callOf(const std::vector<std::string>& words)
+/// Options may come before the bus, and between bus and verb; they belong to the verb.
+Call splitCall(const std::vector<std::string>& words)
 {
     Call call;
     size_t i = 0;
@@ -53,7 +53,7 @@ void printVersion()
     printLine("serialcomm " SERIALCOMM_VERSION);
 }
 
-/// Without a verb there is the list of verbs, "help" and "version".
+/// Executes a command line without a verb: prints the list of verbs, or executes "help" or "version".
 void executeWithoutVerb(const Call& call, const std::vector<std::string>& words)
 {
     const bool help = asksFor("--help", call.rest) || asksFor("-h", call.rest);
@@ -63,7 +63,7 @@ void executeWithoutVerb(const Call& call, const std::vector<std::string>& words)
         print(helpFor(call.rest));
     } else if (call.names.empty() || (call.names.size() == 1 && isBus(call.names[0]))) {
         if (!call.rest.empty() && !help)
-            throw Failure{WrongCommandLine, call.rest.front() + ": no verb", "serialcomm --help"};
+            throw Failure{WrongCommandLine, call.rest.front() + ": no verb given", "serialcomm --help"};
         print(help ? helpFor(call.names) : verbList(call.names));
     } else {
         throw unknownVerb(words);
@@ -104,7 +104,7 @@ void execute(const std::vector<std::string>& words)
         print(completions({words.begin() + 1, words.end()}));
         return;
     }
-    const Call call = callOf(words);
+    const Call call = splitCall(words);
     const Verb* verb = findVerb(call.names);
     if (verb == nullptr)
         executeWithoutVerb(call, words);

@@ -12,7 +12,7 @@ namespace
 
 using Words = std::vector<std::string>;
 
-/// Names of nodes in the form in which the word began: "ttyUSB0", or "/dev/ttyUSB0".
+/// Names of nodes in the form in which the word was started: "ttyUSB0" or "/dev/ttyUSB0".
 Words devicesOf(const NodeKind& kind, const std::string& current)
 {
     const bool asPath = !current.empty() && current[0] == '/';
@@ -35,14 +35,14 @@ Words candidatesOf(const Argument& argument, const std::string& current)
         return names;
     }
     case Candidates::Files:
-        return {"--files"};  // the shell knows better
+        return {"--files"};  // the shell completes file names itself
     case Candidates::None:
         break;
     }
     return argument.choices.empty() ? argument.suggestions : argument.choices;
 }
 
-/// Candidates behind a verb: for the value of the option before, an option's name, or the next word.
+/// Candidates after a verb: values of the preceding option, names of options, or the next word.
 Words argumentsOf(const Verb& verb, const Words& before, const std::string& current)
 {
     const auto command = verb.make();

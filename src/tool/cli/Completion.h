@@ -3,5 +3,5 @@
 #include <string>
 #include <vector>
 
-/// What could stand in place of the last of the words, a candidate a line: what bash completion asks for.
+/// The candidates for the last of the words, one per line, for bash completion.
 std::string completions(const std::vector<std::string>& words);

@@ -10,7 +10,7 @@
 namespace
 {
 
-constexpr size_t callWidth = 49;
+constexpr size_t synopsisWidth = 49;
 constexpr size_t nameWidth = 24;
 
 std::string padded(std::string text, size_t width)
@@ -54,12 +54,12 @@ std::string helpForVerb(const Verb& verb)
     addCommonOptions(*command, common);
     std::string words;
     std::string options;
-    std::string usage = callOf(verb, *command);
+    std::string usage = synopsisOf(verb, *command);
     size_t optionsAt = usage.size();
     for (const auto& argument : command->grammar.arguments()) {
         (argument->isOption() ? options : words) += lineOf(*argument);
         if (argument->isProgram)
-            optionsAt = callOf(verb, Command{}).size();  // behind it they would be the program's
+            optionsAt = synopsisOf(verb, Command{}).size();  // behind it they would be the program's
     }
     usage.insert(optionsAt, " [options]");
     return std::string{verb.summary} + "\nUsage: " + usage + '\n' + (words.empty() ? "" : "\nArguments:\n" + words) +
@@ -68,14 +68,14 @@ std::string helpForVerb(const Verb& verb)
 
 }  // namespace
 
-std::string callOf(const Verb& verb, const Command& command)
+std::string synopsisOf(const Verb& verb, const Command& command)
 {
-    std::string call = "serialcomm " + verb.words();
+    std::string synopsis = "serialcomm " + verb.words();
     for (const auto& argument : command.grammar.arguments()) {
         if (!argument->isOption())
-            call += ' ' + synopsisOf(*argument);
+            synopsis += ' ' + synopsisOf(*argument);
     }
-    return call;
+    return synopsis;
 }
 
 std::string verbList(const std::vector<std::string>& names)
@@ -83,11 +83,11 @@ std::string verbList(const std::vector<std::string>& names)
     std::string lines;
     for (const Verb& verb : allVerbs()) {
         if (names.empty() || names.front() == verb.bus)
-            lines += padded(callOf(verb, *verb.make()), callWidth) + verb.summary + '\n';
+            lines += padded(synopsisOf(verb, *verb.make()), synopsisWidth) + verb.summary + '\n';
     }
     if (names.empty())
-        lines += padded("serialcomm help [VERB]", callWidth) + "this text, or that of a verb\n" +
-                 padded("serialcomm version", callWidth) + "the version\n";
+        lines += padded("serialcomm help [VERB]", synopsisWidth) + "this text, or the help of a verb\n" +
+                 padded("serialcomm version", synopsisWidth) + "the version\n";
     return lines;
 }
 

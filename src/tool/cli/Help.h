@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-/// How a verb is called: "serialcomm i2c get BUS ADDR REG [N]".
-std::string callOf(const Verb& verb, const Command& command);
+/// The synopsis of a verb: "serialcomm i2c get BUS ADDR REG [N]".
+std::string synopsisOf(const Verb& verb, const Command& command);
 
-/// The verbs of a bus, or all of them, a line each.
+/// The verbs of a bus, or all of them, one per line.
 std::string verbList(const std::vector<std::string>& names);
 
-/// The help of the program, a bus or a verb. Throws a Failure for names that there are not.
+/// The help of the program, a bus or a verb. Throws a Failure for unknown names.
 std::string helpFor(const std::vector<std::string>& names);

@@ -10,31 +10,31 @@
 namespace
 {
 
-constexpr char mark = '\x01';
+constexpr char protection = '\x01';
 
-/// CLI11 takes "[1,2]" among repeated words apart, into two, and looks for options behind "--": such words go through
-/// with a mark before them, and the first "--" is dropped.
-std::vector<std::string> marked(const std::vector<std::string>& words)
+/// CLI11 splits a repeated word "[1,2]" in two and looks for options even after "--". A prefix protects such words; the
+/// first "--" is dropped.
+std::vector<std::string> protect(const std::vector<std::string>& words)
 {
     std::vector<std::string> all;
     bool literal = false;
     for (const std::string& word : words) {
         if (!literal && word == "--")
             literal = true;
-        else if (literal || (!word.empty() && (word.front() == '[' || word.front() == mark)))
-            all.push_back(mark + word);
+        else if (literal || (!word.empty() && (word.front() == '[' || word.front() == protection)))
+            all.push_back(protection + word);
         else
             all.push_back(word);
     }
     return all;
 }
 
-std::string unmarked(const std::string& word)
+std::string unprotect(const std::string& word)
 {
-    return !word.empty() && word.front() == mark ? word.substr(1) : word;
+    return !word.empty() && word.front() == protection ? word.substr(1) : word;
 }
 
-/// CLI11 takes the letters of "-v=5" one by one, and is left with "-=5": the word as it was written.
+/// CLI11 reads "-v=5" letter by letter and reports "-=5". Returns the word as it was written.
 std::string asWritten(const std::string& rest, const std::vector<std::string>& words)
 {
     if (rest.compare(0, 2, "-=") != 0)
@@ -105,12 +105,12 @@ public:
     void parse()
     {
         try {
-            std::vector<std::string> reversed = marked(words);
+            std::vector<std::string> reversed = protect(words);
             std::reverse(reversed.begin(), reversed.end());
             app.parse(reversed);
         } catch (const CLI::ExtrasError&) {
             const std::vector<std::string> extra = app.remaining(true);
-            const std::string word = extra.empty() ? "" : asWritten(unmarked(extra.front()), words);
+            const std::string word = extra.empty() ? "" : asWritten(unprotect(extra.front()), words);
             if (word.empty() || word[0] != '-')
                 fail((word.empty() ? "\"\"" : word) + ": one argument too many");
             const std::string known = suggestion(word.substr(0, word.find('=')), optionNames(grammar));
@@ -125,7 +125,7 @@ public:
         }
     }
 
-    /// Hands what was found to the request, in the order of the grammar.
+    /// Passes the parsed values to the request, in the order of the grammar.
     void take() const
     {
         for (size_t i = 0; i < options.size(); ++i) {
@@ -139,7 +139,7 @@ public:
                     fail(shownName(argument) + " and " + excluded + " cannot be combined");
             }
             std::vector<std::string> values = options[i]->results();
-            std::transform(values.begin(), values.end(), values.begin(), unmarked);
+            std::transform(values.begin(), values.end(), values.begin(), unprotect);
             for (const std::string& value : values)
                 checkValue(argument, value);
             argument.take(values);
@@ -153,7 +153,7 @@ private:
             fail(shownName(argument) + ": must not be empty");
         const std::vector<std::string>& choices = argument.choices;
         if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
-            fail(shownName(argument) + " \"" + value + "\": " + joined(choices));
+            fail(shownName(argument) + " \"" + value + "\": must be " + joined(choices));
     }
 
     [[noreturn]] void fail(const std::string& message) const
@@ -177,7 +177,9 @@ void addCommonOptions(Command& command, CommonOptions& options)
     if (command.opensDevice)
         grammar.flag("-n,--dry-run", "Print the traffic, open nothing", command.output.dryRun);
     grammar.count("-v", "Traffic and the library's log on standard error; -vv traces calls", command.output.verbosity);
-    grammar.option("--log-config", "FILE", "log4cplus properties instead of -v's log", options.logConfig, parseWord)
+    grammar
+        .option("--log-config", "FILE", "log4cplus properties file that replaces the log of -v", options.logConfig,
+                parseWord)
         .complete(Candidates::Files);
     grammar.flag("-h,--help", "This text", options.help);
     grammar.flag("--version", "The version", options.version);

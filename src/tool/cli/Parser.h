@@ -1,4 +1,4 @@
-// The only place that knows CLI11.
+// The only part of the tool that uses CLI11.
 #pragma once
 
 #include "base/Verb.h"
@@ -13,7 +13,7 @@ struct CommonOptions {
     bool version = false;
 };
 
-/// Adds what every verb takes to the grammar of one.
+/// Adds the options that every verb takes to the grammar of one.
 void addCommonOptions(Command& command, CommonOptions& options);
 
 /// Fills in the request behind the grammar. `name` is the verb's, for messages: "i2c get".

@@ -10,7 +10,7 @@
 namespace
 {
 
-/// What the same thing is called elsewhere.
+/// Names that other programs use for the same verbs.
 constexpr std::array<std::pair<const char*, const char*>, 26> synonyms = {{
     {"detect", "scan"},   {"probe", "scan"},    {"ping", "scan"},      {"ls", "list"},       {"devices", "list"},
     {"send", "write"},    {"put", "write"},     {"receive", "read"},   {"recv", "read"},     {"cat", "read"},
@@ -20,7 +20,7 @@ constexpr std::array<std::pair<const char*, const char*>, 26> synonyms = {{
     {"eeprog", "eeprom"},
 }};
 
-/// How many letters have to be inserted, removed or changed to make one word of the other.
+/// How many letters have to be inserted, removed or changed to turn one word into the other.
 size_t distance(const std::string& from, const std::string& to)
 {
     std::vector<size_t> row(to.size() + 1);
@@ -56,7 +56,7 @@ Words busNames()
     return names;
 }
 
-/// The verbs of a bus; those that stand alone for an empty one.
+/// The verbs of a bus; for an empty name, the verbs without a bus.
 Words verbNames(const std::string& bus)
 {
     Words names;
@@ -67,7 +67,7 @@ Words verbNames(const std::string& bus)
     return names;
 }
 
-/// The bus that the first word behind a verb belongs to, by its look; empty where it fits none.
+/// The bus that a device name seems to belong to; empty if it fits none.
 std::string busOf(const std::string& device)
 {
     const auto has = [&](const char* text) { return device.find(text) != std::string::npos; };
@@ -82,7 +82,7 @@ std::string busOf(const std::string& device)
     return has(".") ? "spi" : "i2c";
 }
 
-/// A verb without its bus, "scan 4": the bus that has one of that name, and fits the device where several have.
+/// A verb without its bus, "scan 4": adds the bus that has this verb; of several, the one that fits the device.
 Words withBus(const std::string& word, const Words& rest)
 {
     Words found;
@@ -180,7 +180,7 @@ Failure unknownVerb(const std::vector<std::string>& words)
     const auto isOption = [](const std::string& word) { return word.size() > 1 && word[0] == '-'; };
     const Words plain(std::find_if_not(words.begin(), words.end(), isOption), words.end());
     if (plain.empty())
-        return {WrongCommandLine, words.front() + ": no verb", "serialcomm help"};
+        return {WrongCommandLine, words.front() + ": no verb given", "serialcomm help"};
     std::string name = plain[0].empty() ? "\"\"" : plain[0];
     if (isBus(plain[0]) && plain.size() > 1)
         name += ' ' + (plain[1].empty() ? "\"\"" : plain[1]);

@@ -1,4 +1,4 @@
-# bash completion for serialcomm: the program knows what could come next.
+# bash completion for serialcomm: the program prints the candidates.
 # shellcheck shell=bash
 
 _serialcomm() {

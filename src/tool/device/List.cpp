@@ -69,7 +69,7 @@ void show(const NodeKind& kind, Output& output)
         output.result(fields, line);
     }
     if (nodes.empty())
-        printError(std::string{"no "} + kind.bus + " device here");
+        printError(std::string{"no "} + kind.bus + " device found");
 }
 
 void run(const ListRequest& request, Output& output)

@@ -34,7 +34,7 @@ std::optional<struct stat> statusOf(const std::string& path)
     return status;
 }
 
-/// What the kernel says about an open file names the locks that were taken through it.
+/// /proc/PID/fdinfo/FD lists the locks that were taken through the descriptor.
 bool holdsLock(const std::string& fdinfo)
 {
     std::ifstream file{fdinfo};
@@ -53,7 +53,7 @@ std::string names(const std::vector<Node>& nodes, const std::string& prefix)
     return text;
 }
 
-/// The group that may open the node; empty when none but the owner may.
+/// The group that may open the node; empty if only the owner may.
 std::string openingGroup(const std::string& path)
 {
     const auto node = statusOf(path);
@@ -85,7 +85,7 @@ Failure permissionDenied(const std::string& path)
     const std::string user = entry == nullptr ? "USER" : entry->pw_name;
     Failure failure{CannotOpen, path + ": permission denied; it belongs to group " + group};
     if (isMember(user, group))
-        failure.hint = "log in again: " + user + " is in that group, this session began before";
+        failure.hint = "log in again: " + user + " is in that group, but this session is older";
     else
         failure.hint.append("sudo usermod -aG ").append(group).append(" ").append(user).append(", then log in again");
     return failure;

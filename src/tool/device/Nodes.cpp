@@ -1,4 +1,4 @@
-// The nodes of each bus, out of /dev and sysfs.
+// The nodes of each bus, from /dev and sysfs.
 
 #include "device/Node.h"
 
@@ -26,7 +26,7 @@ bool exists(const std::string& path)
     return access(path.c_str(), F_OK) == 0;
 }
 
-/// Where a symbolic link leads, as a whole path; empty when nowhere.
+/// The absolute path that a symbolic link leads to; empty if the link is broken.
 std::string realPath(const std::string& path)
 {
     std::array<char, PATH_MAX> target{};
@@ -61,7 +61,7 @@ std::string byIdOf(const std::string& path)
     return {};
 }
 
-/// What USB says stands at the device above the interface, one or two levels above the tty's.
+/// The USB attributes belong to the device above the interface, one or two levels above the tty's device.
 void addUsb(const std::string& device, Node& node)
 {
     for (const std::string above : {"/../", "/../../"}) {
@@ -80,7 +80,7 @@ std::vector<Node> serialNodes()
     std::vector<Node> nodes;
     for (const std::string& name : namesBelow("/sys/class/tty", "")) {
         const std::string device = "/sys/class/tty/" + name + "/device";
-        // A port that the driver for PC ports keeps in reserve has the type 0. A container may lack the node.
+        // The driver of PC ports also lists ports without hardware, with type 0. A container may lack the node.
         if (!exists(device) || firstLine("/sys/class/tty/" + name + "/type") == "0" || !exists("/dev/" + name))
             continue;
         // Newer kernels put two devices of their own, with the driver "port", between the tty and the hardware.
@@ -95,18 +95,17 @@ std::vector<Node> serialNodes()
 
 }  // namespace
 
-const NodeKind i2cBuses{"i2c",   "an I2C bus", "/dev/i2c-",
-                        89,      "buses here", "modprobe i2c-dev, if the bus exists in /sys/bus/i2c/devices",
+const NodeKind i2cBuses{"i2c",   "an I2C bus",  "/dev/i2c-",
+                        89,      "buses found", "modprobe i2c-dev, if the bus exists in /sys/bus/i2c/devices",
                         i2cNodes};
-const NodeKind spiDevices{
-    "spi",
-    "a spidev node",
-    "/dev/spidev",
-    153,
-    "spidev nodes here",
-    "bind the spidev driver: the device tree names a chip for it, or driver_override in /sys/bus/spi/devices",
-    spiNodes};
-const NodeKind serialPorts{"uart", "a serial port", "/dev/", 0, "ports here", "serialcomm list uart", serialNodes};
+const NodeKind spiDevices{"spi",
+                          "a spidev node",
+                          "/dev/spidev",
+                          153,
+                          "spidev nodes found",
+                          "bind the spidev driver, by the device tree or by driver_override in /sys/bus/spi/devices",
+                          spiNodes};
+const NodeKind serialPorts{"uart", "a serial port", "/dev/", 0, "ports found", "serialcomm list uart", serialNodes};
 
 std::string i2cDeviceName(const std::string& bus, int address)
 {

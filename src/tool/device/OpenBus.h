@@ -1,5 +1,5 @@
-// A device opened by the library. Every transfer shows its traffic at -v, and ends in its result or in a Failure with
-// the cause.
+// A device opened by the library. Every transfer shows its traffic at -v, and returns its result or throws a Failure
+// with the cause.
 #pragma once
 
 #include "base/Failure.h"
@@ -17,7 +17,7 @@ public:
     OpenBus(const OpenBus&) = delete;
     OpenBus& operator=(const OpenBus&) = delete;
 
-    /// Does `call` on the library's object. `longest` is the size of the longest message in bytes, which explains some
+    /// Makes `call` on the library's object. `longest` is the size of the longest message in bytes, which explains some
     /// errors.
     template <typename Call>
     auto transfer(const std::string& traffic, size_t longest, Call call)

@@ -50,7 +50,7 @@ unsigned long busFunctions(const std::string& path)
     if (!known)
         throw openFailure(path, error, i2cBuses);
     if ((functions & I2C_FUNC_I2C) == 0)
-        throw Failure{CannotOpen, path + ": the adapter only does SMBus commands, no plain I2C messages"};
+        throw Failure{CannotOpen, path + ": the adapter supports only SMBus commands, no plain I2C messages"};
     return functions;
 }
 
@@ -61,7 +61,7 @@ Failure chipOpenFailure(const std::string& path, int address, int error)
     const std::string driver = i2cDriver(path, address);
     const std::string device = i2cDeviceName(path, address);
     return {CannotOpen, inUse(path, address),
-            "read it below /sys/bus/i2c/devices/" + device +
+            "use the driver's files below /sys/bus/i2c/devices/" + device +
                 (driver.empty()
                      ? ""
                      : ", or unbind the driver: echo " + device + " > /sys/bus/i2c/drivers/" + driver + "/unbind") +
@@ -76,7 +76,7 @@ Chip::Chip(const ChipRequest& request, Output& shown)
     throwIfSignalled();
     const int error = errors.first() ? errors.first()->error : 0;
     if (!open && error == EBUSY && request.force) {
-        printError(inUse(path, address) + "; talking to it all the same, through I2C_RDWR (--force)");
+        printError(inUse(path, address) + "; using it anyway, through I2C_RDWR (--force)");
         open = device.openForced();
     }
     if (!open)
@@ -139,12 +139,12 @@ Failure Chip::failure(size_t longest, const LibraryError& error) const
 {
     throwIfSignalled();
     if (longest > driverLimit)
-        return {TransferFailed, path + ": " + std::to_string(longest) + " bytes in one message, i2c-dev takes " +
-                                    std::to_string(driverLimit)};
+        return {TransferFailed, path + ": " + std::to_string(longest) +
+                                    " bytes in one message; i2c-dev accepts at most " + std::to_string(driverLimit)};
     if (meansNoAnswer(error.error))
         return noAnswer();
     if (error.error == EOPNOTSUPP)
-        busFunctions(path);  // throws where messages are what is not supported
+        busFunctions(path);  // throws if messages are not supported
     return {TransferFailed, path + ": " + error.text()};
 }
 

@@ -1,4 +1,4 @@
-// One chip on a bus, opened.
+// An opened chip on an I2C bus.
 #pragma once
 
 #include "device/OpenBus.h"
@@ -20,10 +20,10 @@ public:
     ByteArray read(size_t count);
     ByteArray writeRead(const ByteArray& bytes, size_t count);
 
-    /// Nothing when it did not answer.
+    /// Nothing if it did not answer.
     std::optional<uint8_t> registerValue(const ByteArray& reg);
 
-    /// As write(), but false when it did not answer.
+    /// As write(), but false if it did not answer.
     bool acknowledges(const ByteArray& bytes);
 
     [[nodiscard]] Failure noAnswer() const;
@@ -39,14 +39,14 @@ private:
     int address;
 };
 
-/// Why the library could not open a chip: its bus, or the kernel driver that has it.
+/// Why the library could not open a chip: because of its bus, or a kernel driver that uses it.
 Failure chipOpenFailure(const std::string& path, int address, int error);
 
-/// What the bus can do, I2C_FUNC_... of <linux/i2c.h>. Throws where it cannot send plain messages, which all verbs
-/// need.
+/// The functions of the adapter, I2C_FUNC_... of <linux/i2c.h>. Throws if it cannot send plain messages, which all
+/// verbs need.
 unsigned long busFunctions(const std::string& path);
 
-/// The errno of a chip that did not acknowledge, which depends on the adapter's driver.
+/// Whether errno means that no chip acknowledged. The value depends on the adapter's driver.
 bool meansNoAnswer(int error);
 
 }  // namespace i2c

@@ -11,8 +11,8 @@
 namespace i2c
 {
 
-/// The library binds its descriptor to the address, which the kernel refuses with EBUSY where a driver has the chip.
-/// After openForced() the same messages go out through I2C_RDWR, where they carry the address themselves.
+/// The library binds its descriptor to the address, which the kernel refuses with EBUSY if a driver uses the chip.
+/// After openForced(), the same messages are sent through I2C_RDWR, where each contains the address.
 class ChipDevice : public I2c
 {
 public:

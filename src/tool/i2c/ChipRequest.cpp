@@ -29,7 +29,7 @@ void check(const ChipRequest& request)
     const bool reserved = request.address < 0x08 || request.address > 0x77;
     if (reserved && !request.anyAddress)
         refuse("address " + hexNumber(static_cast<unsigned int>(request.address)) +
-               " is reserved by the I2C standard; --any-address uses it all the same");
+               " is reserved by the I2C standard; --any-address uses it anyway");
 }
 
 Fields fieldsOf(const ChipRequest& request)

@@ -14,7 +14,7 @@ namespace i2c
 namespace
 {
 
-constexpr size_t registersALine = 16;
+constexpr size_t registersPerLine = 16;
 
 struct Dump : ChipRequest {
     ByteArray firstWord;
@@ -24,7 +24,7 @@ struct Dump : ChipRequest {
     size_t last = 0;
 };
 
-/// Registers from `first` on, at most to the end of the line. Nothing: no answer.
+/// Registers from `first` on, at most to the end of the line. An empty value: no answer.
 struct Row {
     size_t first;
     std::vector<std::optional<uint8_t>> values;
@@ -34,7 +34,7 @@ void describe(Grammar& grammar, OutputOptions& output, Dump& request)
 {
     describeChip(grammar, request);
     grammar.optionalWord("FIRST", "First register, 0x10 or 0x0010", request.firstWord, parseRegister, "0x00");
-    grammar.optionalWord("LAST", "Last register; default: 0xff, with two-byte registers 0xffff", request.lastWord,
+    grammar.optionalWord("LAST", "Last register; default: 0xff, or 0xffff with two-byte registers", request.lastWord,
                          parseRegister);
     grammar.flag("--wide", "Two-byte registers, as if FIRST or LAST had four digits", request.wide);
     grammar.output(output, true, true);
@@ -69,7 +69,7 @@ std::string traffic(const Dump& request)
 Row readRow(Chip& chip, const Dump& request, size_t first, Output& output)
 {
     Row row{first, {}};
-    const size_t last = std::min(first | (registersALine - 1), request.last);
+    const size_t last = std::min(first | (registersPerLine - 1), request.last);
     for (size_t number = first; number <= last; ++number) {
         output.progress("register " + hexName(registerAt(request, number)) + " of " +
                         hexName(registerAt(request, request.last)));
@@ -86,9 +86,9 @@ std::string header(const Dump& request)
 
 std::string textOf(const Row& row, const Dump& request)
 {
-    const size_t before = row.first % registersALine;
+    const size_t before = row.first % registersPerLine;
     std::string line = hexName(registerAt(request, row.first - before)).substr(2) + ":";
-    const size_t width = line.size() + 3 * registersALine;
+    const size_t width = line.size() + 3 * registersPerLine;
     line.append(3 * before, ' ');
     std::string text(before, ' ');
     for (const auto& value : row.values) {
@@ -117,7 +117,7 @@ void run(const Dump& request, Output& output)
     if (!asBytes && !output.json())
         printLine(header(request));
     ByteArray answered;
-    for (size_t first = request.first; first <= request.last; first = (first | (registersALine - 1)) + 1) {
+    for (size_t first = request.first; first <= request.last; first = (first | (registersPerLine - 1)) + 1) {
         const Row row = readRow(chip, request, first, output);
         for (const auto& value : row.values) {
             if (value)
@@ -141,7 +141,8 @@ void run(const Dump& request, Output& output)
 
 void addDump(Verbs& verbs)
 {
-    verbs.push_back(verb<Dump>("i2c", "dump", "registers 00 to ff, or FIRST to LAST, one by one", "i2c dump 4 0x50"));
+    verbs.push_back(
+        verb<Dump>("i2c", "dump", "read registers 00 to ff, or FIRST to LAST, one by one", "i2c dump 4 0x50"));
 }
 
 }  // namespace i2c

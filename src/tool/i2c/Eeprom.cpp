@@ -20,7 +20,7 @@ namespace
 using std::chrono::steady_clock;
 
 constexpr size_t maxSize = size_t{256} * 1024;
-constexpr size_t readStep = 256;  // bytes in one message; never beyond what one chip address reaches
+constexpr size_t readStep = 256;  // bytes in one message; a message never crosses to the next chip address
 constexpr size_t maxBlocks = 8;
 
 enum class Action { Read, Write, Verify };
@@ -43,7 +43,7 @@ struct Eeprom : ChipRequest {
     [[nodiscard]] size_t blocks() const { return (size + blockSize() - 1) / blockSize(); }
 };
 
-/// What one message reads or writes. Offset bits that do not fit into the word address are in the chip's.
+/// What one message reads or writes. Offset bits that do not fit into the word address are part of the chip address.
 struct Piece {
     size_t block;
     int address;
@@ -67,7 +67,7 @@ size_t parsePowerOfTwo(const std::string& name, const std::string& text, size_t 
 {
     const uint64_t value = numberOf(text, 10).value_or(0);
     if (value == 0 || value > most || (value & (value - 1)) != 0)
-        refuse(name + " \"" + text + "\": a power of two, in decimal, at most " + std::to_string(most));
+        refuse(name + " \"" + text + "\": must be a power of two, in decimal, at most " + std::to_string(most));
     return value;
 }
 
@@ -77,9 +77,10 @@ void describe(Grammar& grammar, OutputOptions& output, Eeprom& request)
     grammar.word("ACTION", "What to do", request.action, parseAction).choose({"read", "write", "verify"});
     grammar.optionalWord("OFFSET", "First byte, in hex, such as 0x10", request.offset, parseOffset, "0");
     grammar
-        .optionalWord("N|FILE",
-                      "read: how many bytes, decimal (up to the end); write, verify: a file, - for standard input",
-                      request.countOrFile, parseWord)
+        .optionalWord(
+            "N|FILE",
+            "read: number of bytes, decimal (default: up to the end); write, verify: a file, - for standard input",
+            request.countOrFile, parseWord)
         .complete(Candidates::Files);
     grammar
         .option("-o", "FILE", "read: write the bytes into a file; - for standard output", request.outputFile, parseWord)
@@ -87,16 +88,16 @@ void describe(Grammar& grammar, OutputOptions& output, Eeprom& request)
         .exclude("--json")
         .exclude("--hexdump");
     grammar.option(
-        "--size", "N", "Bytes of the EEPROM: 256 for a 24c02, 4096 for a 24c32", request.size,
+        "--size", "N", "Size of the EEPROM in bytes: 256 for a 24c02, 4096 for a 24c32", request.size,
         [](const std::string& text) { return parsePowerOfTwo("--size", text, maxSize); }, "256");
     grammar
-        .option("--width", "N", "Bytes of a word address (1 for up to 2048 bytes, else 2)", request.width,
+        .option("--width", "N", "Bytes per word address (default: 1 up to --size 2048, else 2)", request.width,
                 [](const std::string& text) { return text == "1" ? size_t{1} : size_t{2}; })
         .choose({"1", "2"});
-    grammar.option("--page", "N", "Bytes of a page (by --size, 8 to 128)", request.page,
+    grammar.option("--page", "N", "Bytes per page; default: 8 to 128, by --size", request.page,
                    [](const std::string& text) { return parsePowerOfTwo("--page", text, readStep); });
     grammar.option(
-        "--deadline", "S", "Give up waiting for a page to be written after S seconds", request.deadline,
+        "--deadline", "S", "Give up if a page is not written after S seconds", request.deadline,
         [](const std::string& text) { return parseSeconds("--deadline", text); }, "0.1");
     grammar.output(output, true, true);
     request.forms = &output;
@@ -119,11 +120,11 @@ void checkGeometry(const Eeprom& request)
 {
     const size_t blocks = request.blocks();
     if (blocks > maxBlocks)
-        refuse("i2c eeprom: --size " + std::to_string(request.size) + " wants --width 2");
+        refuse("i2c eeprom: --size " + std::to_string(request.size) + " needs --width 2");
     const int first = request.address - request.address % static_cast<int>(blocks);
     if (request.address != first)
-        refuse("i2c eeprom: --size " + std::to_string(request.size) + " takes " + std::to_string(blocks) +
-               " addresses; ADDR is the first of them, " + hexNumber(static_cast<unsigned int>(first)));
+        refuse("i2c eeprom: --size " + std::to_string(request.size) + " uses " + std::to_string(blocks) +
+               " addresses; ADDR must be the first of them, " + hexNumber(static_cast<unsigned int>(first)));
     if (request.page > request.size)
         refuse("i2c eeprom: --page " + std::to_string(request.page) + " is more than --size " +
                std::to_string(request.size));
@@ -135,7 +136,7 @@ void takeFile(Eeprom& request)
     if (request.countOrFile.empty())
         refuse("i2c eeprom " + verb + ": OFFSET and FILE are required");
     if (request.forms->json || request.forms->raw || request.forms->hexDump || !request.outputFile.empty())
-        refuse("i2c eeprom " + verb + ": -o, --json, --raw and --hexdump are for read");
+        refuse("i2c eeprom " + verb + ": -o, --json, --raw and --hexdump are only for read");
     request.bytes = readFile(request.countOrFile, maxSize);
     if (request.bytes.empty())
         refuse("no bytes to " + verb);
@@ -158,10 +159,10 @@ void check(Eeprom& request)
         request.count = parseCount(request.countOrFile, maxSize, "an EEPROM");
     if (request.offset + request.count > request.size)
         refuse("i2c eeprom: offset " + hexNumber(request.offset) + ", count " + std::to_string(request.count) +
-               ": ends beyond the EEPROM's " + std::to_string(request.size) + " bytes; --size tells its size");
+               ": beyond the EEPROM's " + std::to_string(request.size) + " bytes; set its size with --size");
 }
 
-/// Messages of up to `step` bytes that end where a multiple of it does.
+/// Messages of up to `step` bytes that do not cross a multiple of `step`.
 std::vector<Piece> piecesOf(const Eeprom& request, size_t step)
 {
     std::vector<Piece> pieces;
@@ -184,7 +185,7 @@ ByteArray messageOf(const Eeprom& request, const Piece& piece)
     return message;
 }
 
-/// As if each page were written at the first look.
+/// Assumes that each page is written at the first poll.
 std::string traffic(const Eeprom& request)
 {
     std::string lines;
@@ -199,7 +200,7 @@ std::string traffic(const Eeprom& request)
     return lines;
 }
 
-/// The chip at each address that the EEPROM takes, opened at the first use.
+/// The chip at each address that the EEPROM uses, opened at the first use.
 class Chips
 {
 public:
@@ -233,7 +234,7 @@ ByteArray read(const Eeprom& request, Chips& chips, Output& output)
     return all;
 }
 
-/// A chip that writes a page does not acknowledge. It gets the word address alone, which writes nothing.
+/// While it writes a page, a chip does not acknowledge. A poll sends the word address alone, which writes nothing.
 void awaitWritten(Chip& chip, const Piece& piece, milliseconds deadline)
 {
     const auto end = steady_clock::now() + deadline;

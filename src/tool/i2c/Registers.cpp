@@ -29,7 +29,7 @@ std::string nameOf(const Chip& chip, const ByteArray& reg)
     return chip.name() + ": register " + hexName(reg);
 }
 
-/// Reads a register, again and again on request.
+/// Reads a register, once or repeatedly.
 struct Get : ChipRequest {
     ByteArray reg;
     size_t count = 0;
@@ -37,7 +37,7 @@ struct Get : ChipRequest {
     Repeat repeat;
     std::optional<Bits> until;
     std::optional<milliseconds> deadline;
-    milliseconds pause{10};  ///< between two looks at the bits
+    milliseconds pause{10};  ///< between two reads of the bits
 };
 
 void describe(Grammar& grammar, OutputOptions& output, Get& request)
@@ -49,7 +49,8 @@ void describe(Grammar& grammar, OutputOptions& output, Get& request)
     describeRepeat(grammar, request.repeat);
     grammar
         .option("--until-bits", "MASK=VALUE",
-                "Read every 10 ms (or --every) until REG & MASK is VALUE, such as 0x80=0x00", request.until, parseBits)
+                "Read every 10 ms (or --every) until REG & MASK equals VALUE, such as 0x80=0x00", request.until,
+                parseBits)
         .exclude("--count");
     grammar.option("--deadline", "S", "Give up --until-bits after S seconds", request.deadline,
                    [](const std::string& text) { return parseSeconds("--deadline", text); });
@@ -60,7 +61,7 @@ void check(Get& request)
 {
     check(static_cast<const ChipRequest&>(request));
     if (request.until.has_value() != request.deadline.has_value())
-        refuse("i2c get: --until-bits and --deadline need each other");
+        refuse("i2c get: --until-bits and --deadline must be used together");
     if (!request.until)
         return;
     if (request.until->mask.size() != request.count)
@@ -86,7 +87,7 @@ ByteArray readOnce(Chip& chip, const Get& request)
     return chip.read(request.count);
 }
 
-/// At least once, and once more when the time is over.
+/// Reads at least once, and once more at the deadline.
 ByteArray readUntil(Chip& chip, const Get& request, Output& output)
 {
     const auto end = steady_clock::now() + *request.deadline;
@@ -132,7 +133,7 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, Set& request)
     describeBytes(grammar, request.words);
     grammar.option("--mask", "HEX", "Change only these bits: read, modify, write; as wide as BYTES", request.mask,
                    parseMask);
-    grammar.flag("--verify", "Read back and compare, with --mask its bits only", request.verify);
+    grammar.flag("--verify", "Read back and compare; with --mask, only these bits", request.verify);
 }
 
 ByteArray withRegister(const Set& request, const ByteArray& bytes)
@@ -192,7 +193,8 @@ void run(const Set& request, Output& output)
 
 void addRegisters(Verbs& verbs)
 {
-    verbs.push_back(verb<Get>("i2c", "get", "read N bytes from a register, repeated start", "i2c get 4 0x48 0x00 2"));
+    verbs.push_back(
+        verb<Get>("i2c", "get", "read N bytes from a register, with a repeated start", "i2c get 4 0x48 0x00 2"));
     verbs.push_back(verb<Set>("i2c", "set", "write to a register", "i2c set 4 0x48 0x02 4b 00"));
 }
 

@@ -1,4 +1,4 @@
-// A bus as a whole: which addresses answer.
+// Which addresses of a bus answer: the verb scan.
 
 #include "i2c/Verbs.h"
 
@@ -20,7 +20,7 @@ namespace i2c
 namespace
 {
 
-constexpr int addressesALine = 16;
+constexpr int addressesPerLine = 16;
 
 struct Scan {
     std::string bus;
@@ -40,11 +40,11 @@ void describe(Grammar& grammar, OutputOptions& output, Scan& request)
     grammar.output(output, true);
 }
 
-/// EEPROMs take an empty write for the start of one, and some chips at 0x30 to 0x37 lock up; elsewhere a read may
-/// change a chip's state. Where the adapter cannot do an empty write, reading is all there is.
-bool isAskedByRead(int address, bool canWriteNothing)
+/// An empty write may start a write cycle of an EEPROM, and locks up some chips at 0x30 to 0x37; these addresses are
+/// read. A read may change the state of other chips, so those get an empty write, if the adapter supports it.
+bool isProbedByRead(int address, bool hasEmptyWrite)
 {
-    return !canWriteNothing || (address >= 0x30 && address <= 0x37) || (address >= 0x50 && address <= 0x5f);
+    return !hasEmptyWrite || (address >= 0x30 && address <= 0x37) || (address >= 0x50 && address <= 0x5f);
 }
 
 std::string traffic(int address, bool byRead)
@@ -52,16 +52,16 @@ std::string traffic(int address, bool byRead)
     return byRead ? readTraffic(address, 1) : writeTraffic(address, {});
 }
 
-/// For an adapter that can do an empty write, as nearly all can.
+/// For an adapter that supports empty writes, as nearly all do.
 std::string traffic(const Scan& request)
 {
     std::string lines;
     for (int address = request.first(); address <= request.last(); ++address)
-        lines += (lines.empty() ? "" : "\n") + traffic(address, isAskedByRead(address, true));
+        lines += (lines.empty() ? "" : "\n") + traffic(address, isProbedByRead(address, true));
     return lines;
 }
 
-Answer ask(const std::string& bus, int address, bool byRead, Output& output)
+Answer probe(const std::string& bus, int address, bool byRead, Output& output)
 {
     throwIfSignalled();
     const ErrorScope errors{ErrorScope::Hidden};
@@ -105,30 +105,31 @@ std::string cellOf(int address, Answer answer)
 
 void run(const Scan& request, Output& output)
 {
-    const bool canWriteNothing = (busFunctions(request.bus) & I2C_FUNC_SMBUS_QUICK) != 0;
+    const bool hasEmptyWrite = (busFunctions(request.bus) & I2C_FUNC_SMBUS_QUICK) != 0;
     if (!output.json())
         printLine("     0  1  2  3  4  5  6  7  8  9  a  b  c  d  e  f");
     int present = 0;
     std::string line;
     for (int address = request.first(); address <= request.last(); ++address) {
-        const int column = address % addressesALine;
+        const int column = address % addressesPerLine;
         if (line.empty())
             line = hexPair(static_cast<unsigned int>(address - column)) + ":" +
                    std::string(static_cast<size_t>(3 * column), ' ');
-        output.progress("asking " + hexNumber(static_cast<unsigned int>(address)));
-        const Answer answer = ask(request.bus, address, isAskedByRead(address, canWriteNothing), output);
+        output.progress("scanning " + hexNumber(static_cast<unsigned int>(address)));
+        const Answer answer = probe(request.bus, address, isProbedByRead(address, hasEmptyWrite), output);
         present += answer == Answer::None ? 0 : 1;
         line += cellOf(address, answer);
         if (output.json() && answer != Answer::None)
             output.result(fieldsOf(request.bus, address, answer), {});
-        if (column == addressesALine - 1 || address == request.last()) {
+        if (column == addressesPerLine - 1 || address == request.last()) {
             if (!output.json())
                 output.result({}, line);
             line.clear();
         }
     }
     if (present == 0)
-        throw Failure{TransferFailed, "nothing answered on " + request.bus, "power, wiring and pull-ups of the chips"};
+        throw Failure{TransferFailed, "nothing answered on " + request.bus,
+                      "check power, wiring and pull-ups of the chips"};
     if (present == request.last() - request.first() + 1)
         printError("every address seems to answer: the data line is probably held low, or the adapter does not report "
                    "a missing answer");
@@ -138,7 +139,7 @@ void run(const Scan& request, Output& output)
 
 void addScan(Verbs& verbs)
 {
-    verbs.push_back(verb<Scan>("i2c", "scan", "which addresses answer", "i2c scan 4"));
+    verbs.push_back(verb<Scan>("i2c", "scan", "show which addresses answer", "i2c scan 4"));
 }
 
 }  // namespace i2c

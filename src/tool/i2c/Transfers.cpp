@@ -72,7 +72,9 @@ struct Transfer : ChipRequest {
 void describe(Grammar& grammar, OutputOptions& output, Transfer& request)
 {
     describeChip(grammar, request);
-    grammar.words("BYTES", "Hex pairs, then +N, the bytes to read, decimal; - for raw standard input", request.words)
+    grammar
+        .words("BYTES", "Hex pairs; then +N, the number of bytes to read, decimal; - for raw standard input",
+               request.words)
         .show("BYTES... +N");
     grammar.output(output, true, true);
 }

@@ -52,7 +52,7 @@ Bits parseBits(const std::string& text)
     const std::string mask = text.substr(0, equals);
     const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
     if (!hasHexPrefix(mask) || !hasHexPrefix(value) || mask.size() != value.size())
-        refuse("bits \"" + text + "\": MASK=VALUE in hex, equally wide, such as 0x80=0x00");
+        refuse("bits \"" + text + "\": MASK=VALUE in hex, both equally wide, such as 0x80=0x00");
     Bits bits{parseBytes({mask}), parseBytes({value})};
     if (!isWithinMask(bits))
         refuse("bits " + text + ": the value has bits outside the mask");
@@ -63,7 +63,7 @@ ByteArray parseMask(const std::string& text)
 {
     ByteArray mask = parseBytes({text});
     if (mask.empty())
-        refuse("mask \"" + text + "\": hex, as wide as BYTES");
+        refuse("mask \"" + text + "\": must be hex, as wide as BYTES");
     return mask;
 }
 

@@ -1,4 +1,4 @@
-// Words of I2C verbs to values; what cannot be understood throws a Failure that says how to write it.
+// Parses the words of I2C verbs; an invalid word throws a Failure that says what is valid.
 #pragma once
 
 #include "base/Values.h"
@@ -28,7 +28,7 @@ size_t registerNumber(const ByteArray& reg);
 /// Bytes of one message.
 size_t parseI2cCount(const std::string& text);
 
-/// What some of the bits of a register have to be.
+/// The required values of some bits of a register.
 struct Bits {
     ByteArray mask;
     ByteArray value;
@@ -40,11 +40,11 @@ Bits parseBits(const std::string& text);
 /// Hex pairs, at least one.
 ByteArray parseMask(const std::string& text);
 
-// Of equally long bytes:
+// The following expect byte arrays of equal length.
 
 bool matches(const ByteArray& bytes, const Bits& wanted);
 
-/// The value has no ones where the mask has none.
+/// Whether the value has no bits outside the mask.
 bool isWithinMask(const Bits& bits);
 
 }  // namespace i2c

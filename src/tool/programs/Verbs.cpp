@@ -19,7 +19,7 @@ struct ProgramRequest : NoTraffic {
 void describeProgram(Grammar& grammar, ProgramRequest& request, const std::string& fileHelp)
 {
     grammar.word("FILE", fileHelp, request.file, parseWord).complete(Candidates::Files);
-    grammar.program("PROGRAM", "What to run; all words that follow are its own", request.command)
+    grammar.program("PROGRAM", "Program to run; all words after it are its arguments", request.command)
         .complete(Candidates::Files)
         .show("PROGRAM ARGS...");
 }
@@ -49,7 +49,7 @@ struct Record : ProgramRequest {
 void describe(Grammar& grammar, OutputOptions& /*output*/, Record& request)
 {
     describeProgram(grammar, request, "Session file to write; an existing one is replaced");
-    grammar.flag("--times", "With the time of each line", request.times);
+    grammar.flag("--times", "Record the time of each line", request.times);
 }
 
 void run(const Record& request, Output& /*output*/)
@@ -67,12 +67,12 @@ struct Replay : ProgramRequest {
 void describe(Grammar& grammar, OutputOptions& /*output*/, Replay& request)
 {
     describeProgram(grammar, request, "Session file that answers the program");
-    grammar.flag("--times", "At the pace of the recording, where the file has times", request.times);
+    grammar.flag("--times", "Keep the recorded pace, if the file has times", request.times);
     grammar
-        .flag("--fail-each", "Run the program once for each failure of each transfer; report what it does not notice",
+        .flag("--fail-each", "Run the program once for each failure of each transfer; report ignored failures",
               request.failEach)
         .exclude("--times");
-    grammar.option("--timeout", "S", "End the program after this time; for --fail-each 10 if not given",
+    grammar.option("--timeout", "S", "End the program after this time; with --fail-each, 10 seconds unless given",
                    request.timeout, [](const std::string& text) { return parseSeconds("--timeout", text); });
 }
 
@@ -88,8 +88,8 @@ void run(const Replay& request, Output& /*output*/)
 
 void addProgramVerbs(Verbs& verbs)
 {
-    verbs.push_back(verb<Record>("", "record", "write a program's transfers to a session file",
-                                 "record sensor.session ./thermometer"));
-    verbs.push_back(verb<Replay>("", "replay", "run a program without hardware; status 1 unless it acts as recorded",
+    verbs.push_back(
+        verb<Record>("", "record", "run a program and record its transfers", "record sensor.session ./thermometer"));
+    verbs.push_back(verb<Replay>("", "replay", "run a program without hardware; a session answers its transfers",
                                  "replay sensor.session ./thermometer"));
 }

@@ -94,7 +94,7 @@ Failure Chip::failure(size_t longest, const LibraryError& error) const
         while (enough < longest)
             enough *= 2;
         return {TransferFailed,
-                path + ": " + std::to_string(longest) + " bytes in one transfer, spidev takes " +
+                path + ": " + std::to_string(longest) + " bytes in one transfer; spidev accepts at most " +
                     std::to_string(longestMessage()),
                 "spidev.bufsiz=" + std::to_string(enough) + " on the kernel command line"};
     }

@@ -1,4 +1,4 @@
-// A chip opened by the library, at the mode and clock that were asked for.
+// A chip opened by the library, with the requested mode and clock.
 #pragma once
 
 #include "device/OpenBus.h"
@@ -11,7 +11,7 @@
 namespace spi
 {
 
-/// What the driver has set for a device.
+/// The settings of a device, as the driver reports them.
 struct Settings {
     uint8_t mode = 0;
     uint8_t bits = 0;
@@ -21,7 +21,7 @@ struct Settings {
 /// Read through a descriptor that is open only for this.
 Settings settingsOf(const std::string& path);
 
-/// What spidev takes in one message.
+/// The most bytes that spidev accepts in one message.
 size_t longestMessage();
 
 class Chip : public OpenBus<Spi>
@@ -32,10 +32,10 @@ public:
     ByteArray read(size_t count);
     void write(const ByteArray& bytes);
 
-    /// What comes in while the bytes go out.
+    /// Returns the bytes received while these are sent.
     ByteArray exchange(const ByteArray& bytes);
 
-    /// What comes in behind the bytes.
+    /// Returns the bytes received after these are sent.
     ByteArray writeRead(const ByteArray& bytes, size_t count);
 
     [[nodiscard]] const std::string& name() const { return path; }
@@ -46,7 +46,7 @@ private:
     [[nodiscard]] Failure setUpFailure(uint8_t mode, const LibraryError& error) const;
     [[nodiscard]] Failure failure(size_t longest, const LibraryError& error) const override;
 
-    /// With the settings below the first transfer's lines.
+    /// Adds the settings below the lines of the first transfer.
     std::string withSettings(const std::string& traffic);
 
     std::string settings;

@@ -12,8 +12,8 @@ void describeDevice(Grammar& grammar, std::string& device)
 
 void describeSettings(Grammar& grammar, ChipRequest& request)
 {
-    grammar.option("--mode", "M", "0 to 3, or the mode byte in hex (0x0b); default: as the device is set", request.mode,
-                   parseMode);
+    grammar.option("--mode", "M", "0 to 3, or the mode byte in hex (0x0b); default: the mode that the device has",
+                   request.mode, parseMode);
     grammar.option("--speed", "HZ", "Clock; k and M stand for 1000 and 1000000", request.speedHz, parseSpeed, "500k");
 }
 

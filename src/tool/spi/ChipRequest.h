@@ -1,4 +1,4 @@
-// What all verbs that transfer something with a chip have in common.
+// What all verbs that transfer bytes with a chip have in common.
 #pragma once
 
 #include "base/Verb.h"

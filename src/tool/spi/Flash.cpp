@@ -28,7 +28,7 @@ struct Flash : ChipRequest {
     std::string outputFile;
     bool erase = false;
     FlashOptions options;
-    milliseconds patience{0};
+    milliseconds busyTimeout{0};
     const OutputOptions* output = nullptr;
 
     [[nodiscard]] bool is(const std::string& name) const { return action == name; }
@@ -40,10 +40,10 @@ void describe(Grammar& grammar, OutputOptions& output, Flash& request)
     request.output = &output;
     describeDevice(grammar, request.device);
     grammar.word("ACTION", "What to do", request.action, parseWord).choose({"id", "read", "write", "erase", "verify"});
-    grammar.optionalWord("ADDR", "First byte, such as 0x1000; read starts at 0 without it", request.address,
-                         parseFlashAddress);
+    grammar.optionalWord("ADDR", "First byte, such as 0x1000; default for read: 0", request.address, parseFlashAddress);
     grammar
-        .optionalWord("N|FILE", "read, erase: bytes (64k, 1M); write, verify: the image; - or nothing: standard input",
+        .optionalWord("N|FILE",
+                      "read, erase: number of bytes (64k, 1M); write, verify: a file; default, and -: standard input",
                       request.operand, parseWord)
         .complete(Candidates::Files);
     grammar
@@ -51,17 +51,17 @@ void describe(Grammar& grammar, OutputOptions& output, Flash& request)
         .complete(Candidates::Files)
         .exclude("--json")
         .exclude("--hexdump");
-    grammar.flag("--erase", "write: erase first; what else is in the first and the last sector is kept", request.erase);
-    grammar.option("--size", "BYTES", "Size of the chip (1M); default: what its SFDP says", request.options.size,
+    grammar.flag("--erase", "write: erase first; other bytes of the first and last sector are kept", request.erase);
+    grammar.option("--size", "BYTES", "Size of the chip (1M); default: as in its SFDP", request.options.size,
                    [](const std::string& text) { return parseFlashSize("--size", text); });
     grammar
-        .option("--address-bytes", "N", "Width of addresses; default: what the SFDP or the size needs",
-                request.options.addressBytes, [](const std::string& text) { return text == "4" ? 4 : 3; })
+        .option("--address-bytes", "N", "Bytes per address (default: by SFDP and size)", request.options.addressBytes,
+                [](const std::string& text) { return text == "4" ? 4 : 3; })
         .choose({"3", "4"});
-    grammar.option("--page", "BYTES", "Most bytes of a program command; default: what the SFDP says, or 256",
-                   request.options.page, [](const std::string& text) { return parseFlashSize("--page", text); });
+    grammar.option("--page", "BYTES", "Bytes per page; default: as in the SFDP, or 256", request.options.page,
+                   [](const std::string& text) { return parseFlashSize("--page", text); });
     grammar.option(
-        "--deadline", "S", "Seconds that the chip may be busy with one command", request.patience,
+        "--deadline", "S", "Give up if one command keeps the chip busy for S seconds", request.busyTimeout,
         [](const std::string& text) { return parseSeconds("--deadline", text); }, "5");
     describeSettings(grammar, request);
     grammar.output(output, true, true);
@@ -70,7 +70,7 @@ void describe(Grammar& grammar, OutputOptions& output, Flash& request)
 void refuseUnlessFor(const Flash& request, const char* action, bool given, const std::string& option)
 {
     if (given && !request.is(action))
-        refuse("spi flash " + request.action + ": " + option + " is for " + action);
+        refuse("spi flash " + request.action + ": " + option + " is only for " + action);
 }
 
 void check(Flash& request)
@@ -81,7 +81,7 @@ void check(Flash& request)
     refuseUnlessFor(request, "read", request.output->hexDump, "--hexdump");
     refuseUnlessFor(request, "write", request.erase, "--erase");
     if (request.is("id") && request.address)
-        refuse(name + ": no address is needed");
+        refuse(name + ": takes no ADDR");
     if (!request.is("id") && !request.is("read") && !request.address)
         refuse(name + ": ADDR is required");
     if (request.is("erase") && request.operand.empty())
@@ -95,7 +95,7 @@ void check(Flash& request)
     }
 }
 
-/// The bytes that a request is about, as far as the chip has them.
+/// The range of a request. Throws if the chip does not have it.
 Range rangeOf(const Flash& request, const FlashLayout& layout)
 {
     Range range{request.address.value_or(0), request.sendsImage() ? request.bytes.size() : request.count};
@@ -111,13 +111,13 @@ Range rangeOf(const Flash& request, const FlashLayout& layout)
     if (request.is("erase") && (sectors.address != range.address || sectors.count != range.count))
         throw Failure{WrongCommandLine,
                       "spi flash erase: a sector has " + std::to_string(layout.sector) +
-                          " bytes; address and count must be multiples",
+                          " bytes; address and count must be multiples of it",
                       "serialcomm spi flash " + request.device + " erase " + hexNumber(sectors.address, 6) + " " +
                           std::to_string(sectors.count)};
     return range;
 }
 
-/// What --erase keeps of the first and the last sector.
+/// The bytes of the first and the last sector that --erase keeps.
 struct Surroundings {
     Range before;
     Range behind;
@@ -134,7 +134,7 @@ void add(FlashMessages& messages, const FlashMessages& more)
     messages.insert(messages.end(), more.begin(), more.end());
 }
 
-/// For a chip without SFDP that is never busy. What --erase keeps is shown as zeros.
+/// Assumes a chip without SFDP that is never busy. Bytes that --erase keeps are shown as zeros.
 FlashMessages plannedMessages(const Flash& request)
 {
     FlashMessages messages = {readStatus(Answer::Ready), readSfdpHeader()};
@@ -221,9 +221,9 @@ void verify(const Flash& request, FlashChip& flash, uint64_t address, const Byte
                                 hexPair(expected[first]);
     std::string hint;
     if (request.is("write") && needsErase && !request.erase)
-        hint = "--erase: writing alone turns no 0 bit into 1";
+        hint = "--erase: without it, no 0 bit can become 1";
     else if (!request.is("verify"))
-        hint = "see whether the chip protects these sectors against writing";
+        hint = "check whether these sectors are write-protected";
     throw Failure{TransferFailed, message, hint};
 }
 
@@ -257,7 +257,7 @@ void run(const Flash& request, Output& output)
     std::optional<OutputFile> file;
     if (!request.outputFile.empty())
         file.emplace(request.outputFile);
-    FlashChip flash{request, request.options, request.patience, output};
+    FlashChip flash{request, request.options, request.busyTimeout, output};
     if (request.is("id")) {
         showId(request, flash, output);
         return;
@@ -286,7 +286,7 @@ void run(const Flash& request, Output& output)
 
 void addFlash(Verbs& verbs)
 {
-    verbs.push_back(verb<Flash>("spi", "flash", "read, write, erase or verify a serial flash; id: what it is",
+    verbs.push_back(verb<Flash>("spi", "flash", "identify, read, write, erase or verify a serial flash",
                                 "spi flash 2.0 read 0x1000 256 --speed 10M"));
 }
 

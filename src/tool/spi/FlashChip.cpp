@@ -12,8 +12,8 @@ using std::chrono::steady_clock;
 namespace spi
 {
 
-FlashChip::FlashChip(const ChipRequest& request, const FlashOptions& options, milliseconds longest, Output& shown)
-    : chip(request, shown), output(shown), patience(longest)
+FlashChip::FlashChip(const ChipRequest& request, const FlashOptions& options, milliseconds longestBusy, Output& shown)
+    : chip(request, shown), output(shown), busyTimeout(longestBusy)
 {
     awaitReady();
     const auto readTable = readSfdpTable(perform({readSfdpHeader()}, ""));
@@ -100,13 +100,13 @@ void FlashChip::throwUnlessWriteEnabled()
 void FlashChip::awaitReady()
 {
     constexpr std::chrono::microseconds pause{100};
-    const auto deadline = steady_clock::now() + patience;
+    const auto deadline = steady_clock::now() + busyTimeout;
     for (uint8_t value = status(); (value & statusBit::busy) != 0; value = status()) {
         if (value == 0xff)
             throw noAnswer("its status is ff");
         if (steady_clock::now() >= deadline)
             throw Failure{TransferFailed,
-                          chip.name() + ": still busy after " + std::to_string(patience.count()) +
+                          chip.name() + ": still busy after " + std::to_string(busyTimeout.count()) +
                               " ms; its status is " + hexPair(value),
                           "a longer --deadline"};
         waitUntil(steady_clock::now() + pause);

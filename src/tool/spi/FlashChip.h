@@ -1,4 +1,4 @@
-// A serial flash behind an opened device.
+// A serial flash on an opened SPI device.
 #pragma once
 
 #include "base/Values.h"
@@ -10,11 +10,11 @@
 namespace spi
 {
 
-/// Waits until the chip is ready, which takes `patience` at most, and reads its SFDP.
+/// Waits until the chip is ready, at most `longestBusy`, and reads its SFDP.
 class FlashChip
 {
 public:
-    FlashChip(const ChipRequest& request, const FlashOptions& options, milliseconds longest, Output& shown);
+    FlashChip(const ChipRequest& request, const FlashOptions& options, milliseconds longestBusy, Output& shown);
 
     [[nodiscard]] const FlashLayout& layout() const { return organisation; }
     [[nodiscard]] bool hasSfdp() const { return sfdp; }
@@ -25,7 +25,7 @@ public:
     void erase(Range sectors);
 
 private:
-    /// What the messages' answers carry. `work` is for the progress: "reading".
+    /// Sends the messages and returns the data of their answers. `work` is shown as progress: "reading".
     ByteArray perform(const FlashMessages& messages, const std::string& work);
 
     [[nodiscard]] Failure noAnswer(const std::string& symptom) const;
@@ -35,7 +35,7 @@ private:
 
     Chip chip;
     Output& output;
-    milliseconds patience;
+    milliseconds busyTimeout;
     FlashLayout organisation;
     bool sfdp = false;
 };

@@ -20,8 +20,8 @@ constexpr uint8_t readIdentification = 0x9f;
 
 constexpr uint64_t reachOf3Bytes = 1 << 24;
 
-/// The command that takes an address of 4 bytes and leaves the chip's address mode alone: a chip that stays in 4-byte
-/// mode may not boot its system any more.
+/// The command that takes an address of 4 bytes without changing the chip's address mode: a system may be unable to
+/// boot from a chip that stays in 4-byte mode.
 uint8_t with4Bytes(uint8_t command)
 {
     switch (command) {
@@ -49,7 +49,7 @@ ByteArray addressed(const FlashLayout& layout, uint8_t command, uint64_t address
     return bytes;
 }
 
-/// Cut where a multiple of `boundary` begins, and after `longest` bytes.
+/// Splits a range at multiples of `boundary`, and after `longest` bytes.
 std::vector<Range> pieces(Range range, uint64_t boundary, uint64_t longest)
 {
     std::vector<Range> all;
@@ -62,14 +62,14 @@ std::vector<Range> pieces(Range range, uint64_t boundary, uint64_t longest)
     return all;
 }
 
-/// What one message holds behind command and address.
+/// How many data bytes fit into one message, after command and address.
 size_t dataOf(size_t longest, const FlashLayout& layout)
 {
     const size_t front = 1 + static_cast<size_t>(layout.addressBytes);
     return longest > front ? longest - front : 1;
 }
 
-/// A command that changes the chip: enabled before, done when the chip is ready again.
+/// Adds a command that changes the chip: write enable before it, and waiting until the chip is ready after it.
 void addChange(FlashMessages& messages, ByteArray command)
 {
     messages.push_back({{writeEnable}});
@@ -78,7 +78,7 @@ void addChange(FlashMessages& messages, ByteArray command)
     messages.push_back(readStatus(Answer::Ready));
 }
 
-/// A double word of an SFDP table, counted from 1 as in JESD216; 0 where the table is shorter.
+/// A double word of an SFDP table, counted from 1 as in JESD216; 0 if the table is shorter.
 uint32_t doubleWord(const ByteArray& table, size_t number)
 {
     uint32_t value = 0;
@@ -96,7 +96,7 @@ uint64_t sizeOf(uint32_t density)
     return exponent >= 3 && exponent < 64 ? uint64_t{1} << (exponent - 3) : 0;
 }
 
-/// The smallest of four kinds of sector: each has an exponent and a command.
+/// Takes the smallest of the four erase types in the table: each has a size exponent and a command.
 void takeSector(const ByteArray& table, FlashLayout& layout)
 {
     uint8_t smallest = 0;

@@ -1,4 +1,4 @@
-// The messages of a serial NOR flash, as JEDEC and all makers have them. Pure functions.
+// The messages of a serial NOR flash, with the commands that all makers share. Pure functions.
 #pragma once
 
 #include <serialComm/SyncSerialBase.h>
@@ -12,7 +12,7 @@
 namespace spi
 {
 
-/// How a chip is organised; what it has unless its SFDP or the user says otherwise.
+/// How a chip is organised. The defaults hold unless its SFDP or the user says otherwise.
 struct FlashLayout {
     uint64_t size = 0;  ///< 0: not known
     size_t page = 256;  ///< one program command stays inside a page
@@ -24,7 +24,7 @@ struct FlashLayout {
     [[nodiscard]] uint64_t end() const;
 };
 
-/// What the user says about a chip, before its SFDP.
+/// What the user says about a chip; overrides its SFDP.
 struct FlashOptions {
     std::optional<uint64_t> size;
     std::optional<size_t> page;
@@ -42,7 +42,7 @@ struct FlashMessage {
 
 using FlashMessages = std::vector<FlashMessage>;
 
-/// Bytes from an address on.
+/// A number of bytes from an address on.
 struct Range {
     uint64_t address = 0;
     uint64_t count = 0;
@@ -62,13 +62,13 @@ FlashMessage readStatus(Answer answer);
 
 /// Serial flash discoverable parameters (JESD216): a header, which says where the basic table is.
 FlashMessage readSfdpHeader();
-/// Nothing for the header of a chip that has none.
+/// Nothing if the header is not that of an SFDP.
 std::optional<FlashMessage> readSfdpTable(const ByteArray& header);
 
-/// `table` is empty for a chip without SFDP. Addresses have 4 bytes where 3 are not enough.
+/// `table` is empty for a chip without SFDP. Addresses have 4 bytes if 3 are not enough.
 FlashLayout layoutOf(const ByteArray& table, const FlashOptions& options);
 
-// `longest` is what spidev takes in one message.
+// `longest` is the most bytes that spidev accepts in one message.
 FlashMessages readMessages(const FlashLayout& layout, Range range, size_t longest);
 FlashMessages writeMessages(const FlashLayout& layout, uint64_t address, const ByteArray& bytes, size_t longest);
 FlashMessages eraseMessages(const FlashLayout& layout, Range sectors);

@@ -9,7 +9,7 @@ namespace spi
 namespace
 {
 
-/// `sent`, then `zeros` zero bytes; the first `dropped` bytes that come in are not kept, the other `kept` are.
+/// `sent`, then `zeros` zero bytes; the first `dropped` received bytes are dropped, the other `kept` are kept.
 std::string traffic(const ByteArray& sent, size_t zeros, size_t dropped, size_t kept)
 {
     std::string mosi = "MOSI";

@@ -1,5 +1,5 @@
-// SPI traffic: what goes out above what comes in, with "-- x N" for N bytes that are not kept and [N] for those that
-// are.
+// SPI traffic: sent bytes above received bytes, with "-- x N" for N bytes that are dropped and [N] for N bytes that are
+// kept.
 #pragma once
 
 #include "spi/ChipRequest.h"
@@ -18,7 +18,7 @@ std::string writeTraffic(const ByteArray& bytes);
 std::string exchangeTraffic(const ByteArray& bytes);
 std::string writeReadTraffic(const ByteArray& bytes, size_t count);
 
-/// "mode 0x00, 500000 Hz", or "mode as set" where the request leaves it to the device.
+/// "mode 0x00, 500000 Hz", or "mode as set" if the request does not set it.
 std::string settingsLine(const ChipRequest& request);
 
 /// For an opened device, whose mode is known: "mode 0x00 as set".

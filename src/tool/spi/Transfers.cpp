@@ -98,8 +98,7 @@ void describe(Grammar& grammar, OutputOptions& output, Transfer& request)
 {
     describeDevice(grammar, request.device);
     grammar
-        .words("BYTES", "Hex pairs, and +N to clock N bytes, decimal, behind them; - for raw standard input",
-               request.words)
+        .words("BYTES", "Hex pairs; then +N, decimal, to clock N more bytes; - for raw standard input", request.words)
         .show("BYTES... [+N]");
     describeSettings(grammar, request);
     grammar.output(output, true, true);
@@ -133,11 +132,11 @@ void run(const Transfer& request, Output& output)
 
 void addTransfers(Verbs& verbs)
 {
-    verbs.push_back(
-        verb<Info>("spi", "info", "mode and speed as the driver reports them; changes nothing", "spi info 2.0"));
-    verbs.push_back(verb<Read>("spi", "read", "read N bytes while zeros go out", "spi read 2.0 4"));
+    verbs.push_back(verb<Info>("spi", "info", "show mode and speed as the driver reports them", "spi info 2.0"));
+    verbs.push_back(verb<Read>("spi", "read", "read N bytes while sending zeros", "spi read 2.0 4"));
     verbs.push_back(verb<Write>("spi", "write", "write bytes", "spi write 2.0 06"));
-    verbs.push_back(verb<Transfer>("spi", "transfer", "full duplex; with +N only the N bytes clocked after BYTES",
+    verbs.push_back(verb<Transfer>("spi", "transfer",
+                                   "full duplex; with +N, print only the N bytes received after BYTES",
                                    "spi transfer 2.0 9f +3 --speed 10M"));
 }
 

@@ -9,8 +9,8 @@ namespace spi
 namespace
 {
 
-/// A decimal number, which "k" or "M" behind it multiplies by `k` or by k * k; the largest there is when it does not
-/// fit; nothing for any other text.
+/// A decimal number, multiplied by `k` if "k" follows it, or by k * k if "M" does: UINT64_MAX if it does not fit,
+/// nothing for any other text.
 std::optional<uint64_t> multipleOf(const std::string& text, uint64_t k)
 {
     const char unit = text.empty() ? '\0' : text.back();
@@ -32,7 +32,7 @@ uint8_t parseMode(const std::string& text)
 {
     const auto mode = hasHexPrefix(text) ? numberOf(text.substr(2), 16) : numberOf(text, 10);
     if (!mode || *mode > (hasHexPrefix(text) ? 0xff : 3))
-        refuse("mode \"" + text + "\": 0 to 3, or the mode byte in hex, 0x00 to 0xff");
+        refuse("mode \"" + text + "\": must be 0 to 3, or the mode byte in hex, 0x00 to 0xff");
     return static_cast<uint8_t>(*mode);
 }
 
@@ -40,9 +40,9 @@ int parseSpeed(const std::string& text)
 {
     const auto speed = multipleOf(text, 1000);
     if (!speed)
-        refuse("speed \"" + text + "\": hertz, such as 500000, 500k or 10M");
+        refuse("speed \"" + text + "\": must be in hertz, such as 500000, 500k or 10M");
     if (*speed == 0 || *speed > INT_MAX)
-        refuse("speed " + text + ": 1 Hz to 2147 MHz");
+        refuse("speed " + text + ": must be 1 Hz to 2147 MHz");
     return static_cast<int>(*speed);
 }
 
@@ -64,9 +64,9 @@ uint64_t parseFlashSize(const std::string& what, const std::string& text)
     constexpr uint64_t most = uint64_t{UINT32_MAX} + 1;
     const auto size = multipleOf(text, 1024);
     if (!size)
-        refuse(what + " \"" + text + "\": bytes, such as 4096, 64k or 2M");
+        refuse(what + " \"" + text + "\": must be a number of bytes, such as 4096, 64k or 2M");
     if (*size == 0 || *size > most)
-        refuse(what + " " + text + ": 1 byte to 4096M");
+        refuse(what + " " + text + ": must be 1 byte to 4096M");
     return *size;
 }
 

@@ -1,4 +1,4 @@
-// Words of SPI verbs to values; what cannot be understood throws a Failure that says how to write it.
+// Parses the words of SPI verbs; an invalid word throws a Failure that says what is valid.
 #pragma once
 
 #include "base/Values.h"
@@ -25,7 +25,7 @@ size_t parseSpiCount(const std::string& text);
 /// Address in a flash: hexadecimal, at most four bytes.
 uint64_t parseFlashAddress(const std::string& text);
 
-/// Bytes of a flash: "4096", "64k" (1024 bytes each), "2M". `what` is what the message calls them.
+/// Bytes of a flash: "4096", "64k" (1024 bytes each), "2M". `what` is their name in the message.
 uint64_t parseFlashSize(const std::string& what, const std::string& text);
 
 }  // namespace spi

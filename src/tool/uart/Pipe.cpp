@@ -28,8 +28,8 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, Pipe& request)
     grammar.option(
         "--timeout", "S", "Stop when standard input has ended and no data came for this many seconds", request.timeout,
         [](const std::string& text) { return parseSeconds("--timeout", text); }, "1");
-    grammar.option("--count", "N", "Stop after N bytes from the port, decimal; status 1 if they did not come",
-                   request.count, [](const std::string& text) { return parseCount(text, SIZE_MAX, "one pipe"); });
+    grammar.option("--count", "N", "Stop after N bytes from the port, decimal; status 1 if fewer came", request.count,
+                   [](const std::string& text) { return parseCount(text, SIZE_MAX, "one pipe"); });
 }
 
 std::string traffic(const Pipe& request)
@@ -67,15 +67,15 @@ void run(const Pipe& request, Output& output)
     }
     port->flush();
     if (request.count && received < most)
-        throw Failure{TransferFailed, request.path + ": " + std::to_string(received) + " of " + byteCount(most) +
-                                          " before " + secondsText(request.timeout) + " of silence"};
+        throw Failure{TransferFailed, request.path + ": received " + std::to_string(received) + " of " +
+                                          byteCount(most) + " before the timeout of " + secondsText(request.timeout)};
 }
 
 }  // namespace
 
 void addPipe(Verbs& verbs)
 {
-    verbs.push_back(verb<Pipe>("uart", "pipe", "standard input to the port, the port to standard output",
+    verbs.push_back(verb<Pipe>("uart", "pipe", "copy standard input to the port, and the port to standard output",
                                "uart pipe ttyUSB0 --timeout 3"));
 }
 

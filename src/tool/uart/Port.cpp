@@ -21,9 +21,9 @@ constexpr milliseconds pauseAfterBurst{50};
 constexpr milliseconds longestBurst{500};
 constexpr milliseconds longestStall{5000};
 
-/// While something is being sent there is no event for all that matters: how soon to look again.
-constexpr milliseconds tickWhileMoving{1};
-constexpr milliseconds tick{5};
+/// While bytes are being sent, not every change causes an event: intervals between two checks.
+constexpr milliseconds intervalWhileSending{1};
+constexpr milliseconds intervalWhileStalled{5};
 
 milliseconds since(steady_clock::time_point start)
 {
@@ -40,7 +40,7 @@ bool isHungUp(int fd)
 
 std::unique_ptr<Port> openPort(const Line& line)
 {
-    if (minorNumber(line.path, 5) == 2)  // the multiplexer
+    if (minorNumber(line.path, 5) == 2)  // /dev/ptmx
         return std::make_unique<PseudoTerminal>(line);
     return std::make_unique<SerialPort>(line);
 }
@@ -61,17 +61,17 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
         throwIfInterrupted();
         const size_t before = unsent;
         push();
-        const bool moving = unsent < before;
-        if (moving)
+        const bool sending = unsent < before;
+        if (sending)
             stalled = milliseconds{0};
         if (unsent > 0)
             quietSince = steady_clock::now();
         else if (limits.silence == milliseconds{0})
-            return Ready::Silence;  // also when the other side has read all and is gone
+            return Ready::Silence;  // even if the other side has read everything and closed the port
 
         milliseconds most{3600'000};
         if (unsent > 0)
-            most = moving ? tickWhileMoving : tick;
+            most = sending ? intervalWhileSending : intervalWhileStalled;
         else if (limits.silence)
             most = *limits.silence - since(quietSince);
         if (limits.deadline)
@@ -83,12 +83,12 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
                                  {unsent <= mostUnsent ? other : -1, POLLIN, 0}};
         const int count = poll(ports, 2, static_cast<int>(most.count()));
         const bool bytes = (ports[0].revents & POLLIN) != 0;
-        if (count > 0 && ports[1].revents != 0 && (!bytes || bytesLast)) {  // they take turns
-            bytesLast = false;
+        if (count > 0 && ports[1].revents != 0 && (!bytes || lastWereBytes)) {  // both are served in turn
+            lastWereBytes = false;
             return Ready::Other;
         }
         if (count > 0 && bytes) {
-            bytesLast = true;
+            lastWereBytes = true;
             return Ready::Bytes;
         }
         if (count > 0 && (ports[0].revents & ~POLLOUT) != 0)
@@ -102,7 +102,7 @@ Port::Ready Port::wait(const Limits& limits, int other, size_t mostUnsent)
     }
 }
 
-/// Counts only time that was spent waiting: the program may have been stopped in between.
+/// Counts only the time spent waiting, because the program may have been stopped (SIGTSTP) in between.
 void Port::countStall(milliseconds waited, const Limits& limits)
 {
     stalled = lacksPeer() ? milliseconds{0} : stalled + waited;
@@ -189,7 +189,7 @@ void Port::flush()
 {
     while (unsent > 0 && wait({milliseconds{0}}) == Ready::Bytes)
         take(burstSize);
-    tcdrain(fd);  // what is left is in the chip's own buffer
+    tcdrain(fd);  // the rest is in the FIFO of the UART
     throwIfSignalled();
 }
 

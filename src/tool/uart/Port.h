@@ -1,5 +1,5 @@
-// An open port as the verbs use it: a tty of the system, or a pseudo-terminal made for another program. It sends what
-// is queued while it waits, so that nothing that is received meanwhile is lost.
+// An open port as the verbs use it: a tty of the system, or a pseudo-terminal made for another program. It sends queued
+// bytes while it waits for received ones, so that none are lost meanwhile.
 #pragma once
 
 #include "base/Failure.h"
@@ -19,15 +19,15 @@ namespace uart
 
 using std::chrono::steady_clock;
 
-/// The port was unplugged, or the program at the other side closed it or discarded what it had not read yet.
+/// The port was unplugged, or the program at the other side closed it or discarded bytes that it had not read yet.
 struct PortGone : Failure {
 };
 
-/// When waiting ends, if no byte comes.
+/// When to stop waiting if no byte arrives.
 struct Limits {
     std::optional<milliseconds> silence = {};  ///< counted from the last byte received or sent
     std::optional<steady_clock::time_point> deadline = {};
-    bool sendingMayStall = false;  ///< otherwise throws when nothing was sent for five seconds
+    bool sendingMayStall = false;  ///< otherwise waiting throws if nothing was sent for five seconds
 };
 
 class Port
@@ -42,31 +42,31 @@ public:
 
     enum class Ready { Silence, Bytes, Other };
 
-    /// Sends what is queued. Returns when there are bytes to receive, at a limit, or when `other` can be read and at
-    /// most `mostUnsent` bytes have not left.
+    /// Sends queued bytes. Returns when there are bytes to receive, at a limit, or when `other` can be read and at most
+    /// `mostUnsent` bytes are still unsent.
     Ready wait(const Limits& limits, int other = -1, size_t mostUnsent = SIZE_MAX);
 
-    /// What has come, as soon as there is something; empty at a limit.
+    /// Received bytes, as soon as there are any; empty at a limit.
     ByteArray receive(size_t most, const Limits& limits);
 
-    /// The same with what follows without a pause, for half a second at most.
+    /// The same, with the bytes that follow without a pause, for at most half a second.
     ByteArray receiveBurst(size_t most, const Limits& limits);
 
-    /// The burst that these bytes begin.
+    /// Completes the burst that begins with these bytes.
     ByteArray burstAfter(ByteArray burst, size_t most, const Limits& limits);
 
-    /// What has come, at most that much, without waiting; it may be nothing after all.
+    /// Received bytes, at most `most`, without waiting; there may be none.
     virtual ByteArray take(size_t most) = 0;
 
     void queue(const ByteArray& bytes);
 
-    /// Takes back what was queued and not handed to the kernel yet.
+    /// Takes back the queued bytes that were not handed to the kernel yet.
     ByteArray takeQueue();
 
-    /// How many bytes have not left yet, as of the last wait.
+    /// How many bytes are still unsent, as of the last wait.
     [[nodiscard]] size_t pending() const { return unsent; }
 
-    /// Sends what is queued and waits until it has left; what comes meanwhile is discarded.
+    /// Sends the queued bytes and waits until all are sent; bytes received meanwhile are discarded.
     void flush();
 
     /// queue() and flush().
@@ -81,17 +81,17 @@ protected:
     [[nodiscard]] std::string withReport(const std::string& message) const;
     [[nodiscard]] PortGone gone() const;
 
-    /// Some of the queued bytes were handed over, and others not.
+    /// Whether some of the queued bytes were handed over and others were not.
     [[nodiscard]] bool isPartlySent() const { return handedOver > 0; }
     void countUnsent(size_t onTheirWay) { unsent = outgoing.size() - handedOver + onTheirWay; }
 
-    /// Sends as many of the bytes as can be sent without waiting.
+    /// Hands over as many of the bytes as possible without waiting; returns how many.
     virtual size_t put(const uint8_t* bytes, size_t size) = 0;
 
-    /// Bytes that put() has sent and that have not left yet.
+    /// Bytes that put() has accepted and that are still unsent.
     virtual size_t inTransit() = 0;
 
-    /// Whether a poll for POLLOUT says that put() can send something.
+    /// Whether POLLOUT reports that put() can send.
     [[nodiscard]] virtual bool pollsForRoom() const = 0;
 
     /// Whether sending has to wait for another program to open the port.
@@ -108,9 +108,9 @@ private:
     ByteArray outgoing;
     size_t handedOver = 0;  ///< bytes at the front of `outgoing` that put() took
     size_t total = 0;       ///< bytes ever queued
-    size_t unsent = 0;      ///< of them, those that have not left
+    size_t unsent = 0;      ///< of them, those not sent yet
     milliseconds stalled{};
-    bool bytesLast = false;
+    bool lastWereBytes = false;
 };
 
 /// Opens a port, or throws a Failure with the cause.
@@ -119,7 +119,7 @@ std::unique_ptr<Port> openPort(const Line& line);
 /// The same; shows the traffic at -v, and prints the name of a pseudo-terminal's slave.
 std::unique_ptr<Port> openPort(const Line& line, const std::string& traffic, Output& output);
 
-/// Whether the other side of an open terminal is gone.
+/// Whether the other side of an open terminal was closed or unplugged.
 bool isHungUp(int fd);
 
 }  // namespace uart

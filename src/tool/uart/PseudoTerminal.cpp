@@ -21,10 +21,10 @@ namespace uart
 namespace
 {
 
-constexpr size_t window = 2048;  // half of what the kernel holds ready for a reader
-constexpr milliseconds betweenLooks{20};
+constexpr size_t window = 2048;  // half of the kernel's buffer for a reader
+constexpr milliseconds peerCheckInterval{20};
 
-/// Programs that open a port set it up first, which discards what waits there; some do not.
+/// Most programs set up a port after opening it, which discards waiting input; some do not.
 constexpr milliseconds longestSetUp{1000};
 
 bool endsLine(uint8_t byte, const struct termios& settings)
@@ -50,8 +50,8 @@ PseudoTerminal::PseudoTerminal(const Line& settings) : Port(settings)
         throw Failure{CannotOpen, line.path + ": " + strerror(errno)};
     slaveName = name.data();
     slaveFd = openSlave();
-    openings = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    if (openings < 0 || inotify_add_watch(openings, slaveName.c_str(), IN_OPEN) < 0)
+    openEvents = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (openEvents < 0 || inotify_add_watch(openEvents, slaveName.c_str(), IN_OPEN) < 0)
         throw Failure{CannotOpen, slaveName + ": inotify: " + strerror(errno)};
     struct termios attributes {
     };
@@ -62,7 +62,7 @@ PseudoTerminal::PseudoTerminal(const Line& settings) : Port(settings)
 
 PseudoTerminal::~PseudoTerminal()
 {
-    close(openings);
+    close(openEvents);
     close(slaveFd);
     close(fd);
 }
@@ -87,14 +87,14 @@ bool PseudoTerminal::slaveIsOpen()
     return open;
 }
 
-/// Whether the slave was opened since the last call, if only by slaveIsOpen(), which then looks again a moment later.
+/// Whether the slave was opened since the last call, even if only by slaveIsOpen(), which then causes one more check.
 bool PseudoTerminal::wasOpened()
 {
     alignas(struct inotify_event) std::array<char, 4096> events{};
-    return read(openings, events.data(), events.size()) > 0;
+    return read(openEvents, events.data(), events.size()) > 0;
 }
 
-/// Reads the master's status: has the other program discarded its input?
+/// Reads the status of the master in packet mode: whether the other program has discarded its input.
 bool PseudoTerminal::inputWasDiscarded()
 {
     bool discarded = false;
@@ -103,16 +103,16 @@ bool PseudoTerminal::inputWasDiscarded()
     return discarded;
 }
 
-void PseudoTerminal::lookForPeer()
+void PseudoTerminal::checkPeer()
 {
     const auto now = steady_clock::now();
     if (wasOpened() && !peerIsReady)
         peerSince = now;
-    if (!peerSince || now - lastLook < betweenLooks)
+    if (!peerSince || now - lastPeerCheck < peerCheckInterval)
         return;
     if (!peerIsReady && !peerHasSetUp && now - *peerSince < longestSetUp)
         return;
-    lastLook = now;
+    lastPeerCheck = now;
     if (slaveIsOpen()) {
         peerIsReady = true;
         return;
@@ -120,35 +120,35 @@ void PseudoTerminal::lookForPeer()
     peerSince.reset();
     peerHasSetUp = false;
     if (std::exchange(peerIsReady, false))
-        endOfPeer(readable() + unfinishedLine(), "closed");
+        dropUnread(readable() + unfinishedLine(), "closed the port");
 }
 
-/// The other program has closed the port or discarded its input.
-void PseudoTerminal::endOfPeer(size_t lost, const std::string& event)
+/// To be called when the other program has closed the port or discarded its input.
+void PseudoTerminal::dropUnread(size_t lost, const std::string& event)
 {
     countUnsent(lost);
     notRead = 0;
     sinceLineEnd = 0;
     tcflush(slaveFd, TCIFLUSH);
-    inputWasDiscarded();  // just now
+    inputWasDiscarded();  // caused by the tcflush
     if (lost > 0 || isPartlySent())
         throw PortGone{
-            {TransferFailed, withReport(slaveName + ": the other side " + event + " before it had read all")}};
+            {TransferFailed, withReport(slaveName + ": the other side " + event + " before reading everything")}};
 }
 
-void PseudoTerminal::noteStatus()
+void PseudoTerminal::checkStatus()
 {
     if (!inputWasDiscarded())
         return;
     peerHasSetUp = true;
     if (notRead > 0)
-        endOfPeer(notRead, "discarded its input");
+        dropUnread(notRead, "discarded its input");
 }
 
 size_t PseudoTerminal::put(const uint8_t* bytes, size_t size)
 {
-    lookForPeer();
-    noteStatus();
+    checkPeer();
+    checkStatus();
     if (!peerIsReady || readable() > 0 || unfinishedLine() >= window)
         return 0;
     const ssize_t written = write(fd, bytes, std::min(size, window - unfinishedLine()));
@@ -164,7 +164,7 @@ size_t PseudoTerminal::put(const uint8_t* bytes, size_t size)
 
 ByteArray PseudoTerminal::take(size_t most)
 {
-    noteStatus();
+    checkStatus();
     ByteArray packet(most + 1);
     const ssize_t count = read(fd, packet.data(), packet.size());
     if (count <= 0)
@@ -180,14 +180,14 @@ size_t PseudoTerminal::inTransit()
 {
     if (notRead == 0)
         return 0;
-    lookForPeer();
+    checkPeer();
     const size_t left = readable() + unfinishedLine();
-    noteStatus();  // after counting: bytes that were discarded do not count as read
+    checkStatus();  // after counting: bytes that were discarded do not count as read
     notRead = left;
     return left;
 }
 
-/// Bytes that the other program can read. The kernel carries what was sent across before it answers the poll.
+/// Bytes that the other program can read. The poll makes the kernel deliver bytes that are still in transit.
 size_t PseudoTerminal::readable() const
 {
     int count = 0;

@@ -10,8 +10,8 @@
 namespace uart
 {
 
-/// What is sent waits until a program has opened the slave and set it up, and counts as sent once that program has read
-/// it: at most `window` bytes are on their way, few enough for the kernel to count all of them.
+/// Bytes wait until a program has opened the slave and set it up, and count as sent once that program has read them. At
+/// most `window` bytes are in transit, few enough for the kernel to count all of them.
 class PseudoTerminal : public Port
 {
 public:
@@ -32,22 +32,22 @@ private:
     [[nodiscard]] int openSlave() const;
     bool slaveIsOpen();
     bool wasOpened();
-    void lookForPeer();
+    void checkPeer();
     bool inputWasDiscarded();
-    void noteStatus();
-    void endOfPeer(size_t lost, const std::string& event);
+    void checkStatus();
+    void dropUnread(size_t lost, const std::string& event);
     [[nodiscard]] size_t readable() const;
     [[nodiscard]] size_t unfinishedLine() const;
     [[nodiscard]] struct termios slaveSettings() const;
 
     std::string slaveName;
 
-    /// The slave, held open: what its program has not read can be counted, even where that program has it exclusively.
+    /// The slave, kept open to count the bytes that its program has not read, even if that program has it exclusively.
     int slaveFd = -1;
 
-    int openings = -1;  ///< inotify
+    int openEvents = -1;  ///< inotify
 
-    steady_clock::time_point lastLook{};
+    steady_clock::time_point lastPeerCheck{};
     std::optional<steady_clock::time_point> peerSince;  ///< when the slave was last opened
     bool peerHasSetUp = false;
     bool peerIsReady = false;

@@ -18,7 +18,7 @@ bool isLineEnd(uint8_t byte)
     return byte == '\r' || byte == '\n';
 }
 
-/// How many bytes at the end begin a character of UTF-8 that they do not complete.
+/// How many bytes at the end are the beginning of an incomplete UTF-8 character.
 size_t unfinishedBytes(const std::string& text)
 {
     for (size_t count = 1; count <= std::min<size_t>(3, text.size()); ++count) {
@@ -31,13 +31,13 @@ size_t unfinishedBytes(const std::string& text)
     return 0;
 }
 
-/// Takes an echo off the front of what comes.
+/// Removes an echo from the beginning of the received bytes.
 class EchoFilter
 {
 public:
     explicit EchoFilter(ByteArray expected) : echo(std::move(expected)) {}
 
-    /// What is no echo. A device may add LF to the CR that it echoes.
+    /// The bytes that are not part of the echo. A device may add LF to the CR that it echoes.
     ByteArray pass(const ByteArray& bytes)
     {
         auto next = bytes.begin();
@@ -52,7 +52,7 @@ public:
         return rest;
     }
 
-    /// What looked like the beginning of an echo; nothing once it was complete.
+    /// Bytes that looked like the beginning of the echo; none once it was complete.
     ByteArray withheld()
     {
         ByteArray bytes;
@@ -68,7 +68,7 @@ private:
     size_t seen = 0;
 };
 
-/// Looks for endings in what comes.
+/// Searches the received bytes for endings.
 class EndingSearch
 {
 public:
@@ -105,7 +105,7 @@ public:
 private:
     std::vector<ByteArray> endings;
     size_t longest = 0;
-    ByteArray tail;  ///< of what came, where an ending may have begun
+    ByteArray tail;  ///< last received bytes, in which an ending may have begun
 };
 
 /// Collects the first line that is not empty.
@@ -170,7 +170,7 @@ std::string Display::textOf(const ByteArray& bytes)
 
 void describeHex(Grammar& grammar, bool& hex)
 {
-    grammar.flag("--hex", "Hex instead of text, a burst a line", hex);
+    grammar.flag("--hex", "Hex instead of text, one line per burst", hex);
 }
 
 void describeReception(Grammar& grammar, ReceptionOptions& options, const std::string& timeout)
@@ -183,11 +183,11 @@ void describeReception(Grammar& grammar, ReceptionOptions& options, const std::s
     grammar.option("--deadline", "S", "Stop after this many seconds in all", options.deadline, secondsOf("--deadline"));
     grammar.repeatedOption(
         "--until", "TEXT",
-        "Stop as soon as this has come; repeatable: status 0 for the first, 12 for the second, 13 ...; "
+        "Stop as soon as this is received; repeatable: status 0 for the first, 12 for the second, 13 ...; "
         "1 for none",
         options.endings);
     grammar
-        .flag("--line", "Stop after one line that is not empty, and print it without its end; 1 if none came",
+        .flag("--line", "Stop after one non-empty line, printed without its line ending; status 1 if none came",
               options.line)
         .exclude("--until");
 }
@@ -251,7 +251,7 @@ std::string limitText(const Reception& reception, const ReceptionOptions& option
 std::string endText(const Reception& reception, const ReceptionOptions& options)
 {
     const std::string limit = limitText(reception, options);
-    return reception.atDeadline ? "the deadline of " + limit : limit + " of silence";
+    return reception.atDeadline ? "the deadline of " + limit : "the timeout of " + limit;
 }
 
 void throwIfIncomplete(const Reception& reception, const ReceptionOptions& options, const std::string& path)
@@ -262,8 +262,8 @@ void throwIfIncomplete(const Reception& reception, const ReceptionOptions& optio
     if (options.line)
         wanted = "line end";
     if (!reception.complete && !wanted.empty())
-        throw Failure{TransferFailed, path + ": " + byteCount(reception.count) + ", but no " + wanted + " before " +
-                                          endText(reception, options)};
+        throw Failure{TransferFailed, path + ": received " + byteCount(reception.count) + ", but no " + wanted +
+                                          " before " + endText(reception, options)};
 }
 
 void reportEnding(const Reception& reception)

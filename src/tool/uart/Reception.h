@@ -1,4 +1,4 @@
-// What comes from a port and how it is shown: options that read and ask have in common.
+// Receives from a port and shows the bytes, with the options that read and ask have in common.
 #pragma once
 
 #include "base/Output.h"
@@ -14,7 +14,7 @@
 namespace uart
 {
 
-/// Shows what comes, in pieces as it comes: as text; in hex, a burst a line; or as JSON, an object a burst.
+/// Shows received bytes as they arrive: as text; in hex, one line per burst; or as JSON, one object per burst.
 class Display
 {
 public:
@@ -33,7 +33,7 @@ public:
     /// A line without its end.
     void showLine(const ByteArray& line);
 
-    /// Ends the last line on a terminal, where the shell's prompt would overwrite it.
+    /// Ends the last line on a terminal, so that the shell's prompt does not overwrite it.
     void end();
 
 private:
@@ -60,27 +60,27 @@ void describeHex(Grammar& grammar, bool& hex);
 void describeReception(Grammar& grammar, ReceptionOptions& options, const std::string& timeout);
 void check(const ReceptionOptions& options);
 
-/// What was received, and why it ended.
+/// How much was received, and why the reception ended.
 struct Reception {
     size_t count = 0;
-    bool complete = false;    ///< the line, the number of bytes or an ending came
-    size_t ending = 0;        ///< which
-    bool atDeadline = false;  ///< otherwise, if not complete, silence
+    bool complete = false;    ///< the line, the number of bytes or an ending was received
+    size_t ending = 0;        ///< its index
+    bool atDeadline = false;  ///< otherwise, if not complete, at the timeout
 };
 
-/// Receives and shows. `echo` is ignored where the first bytes are these.
+/// Receives and shows bytes. Ignores `echo` if they begin with it.
 Reception receive(Port& port, const ReceptionOptions& options, size_t most, ByteArray echo, Output& output);
 
-/// The limit that ended it: "2 s".
+/// The limit that ended the reception: "2 s".
 std::string limitText(const Reception& reception, const ReceptionOptions& options);
 
-/// "2 s of silence", "the deadline of 10 s".
+/// "the timeout of 2 s", "the deadline of 10 s".
 std::string endText(const Reception& reception, const ReceptionOptions& options);
 
-/// Throws where an ending or a line was asked for and did not come.
+/// Throws if an ending or a line was requested and not received.
 void throwIfIncomplete(const Reception& reception, const ReceptionOptions& options, const std::string& path);
 
-/// Ends the program with the status of the ending that came.
+/// Ends the program with the status of the ending that was received.
 void reportEnding(const Reception& reception);
 
 }  // namespace uart

@@ -19,8 +19,8 @@ namespace uart
 namespace
 {
 
-/// A port is ready for output when fewer than 256 bytes wait in its driver (WAKEUP_CHARS), whose queue has at least
-/// twice that: so much goes in whole, and the number of bytes sent is known.
+/// A port is ready for output if fewer than 256 bytes wait in its driver (WAKEUP_CHARS), whose queue holds at least
+/// twice as many. A piece of this size is accepted as a whole, so the number of bytes sent is known.
 constexpr size_t pieceSize = 256;
 
 }  // namespace
@@ -39,7 +39,7 @@ SerialPort::Descriptor::~Descriptor()
 
 SerialPort::SerialPort(const Line& settings)
     : Port(settings), descriptor(line.path),
-      uart(line.path, line.baudRate, line.stopBits, line.parity, false)  // does not wait for a modem's carrier either
+      uart(line.path, line.baudRate, line.stopBits, line.parity, false)  // non-blocking: does not wait for a carrier
 {
     fd = descriptor.number;
     if (isatty(fd) == 0)
@@ -55,7 +55,7 @@ SerialPort::SerialPort(const Line& settings)
 
 SerialPort::~SerialPort()
 {
-    if (SerialPort::inTransit() > 0)  // closing would wait for them, up to half a minute
+    if (SerialPort::inTransit() > 0)  // otherwise close waits for them, up to half a minute
         tcflush(fd, TCOFLUSH);
 }
 
@@ -66,7 +66,7 @@ size_t SerialPort::put(const uint8_t* bytes, size_t size)
         return 0;
     const ByteArray piece(bytes, bytes + std::min(size, pieceSize));
     const ErrorScope errors;
-    errno = 0;  // a short write leaves it alone
+    errno = 0;  // a short write leaves it unchanged
     if (uart.write(piece))
         return piece.size();
     const int error = errors.first() ? errors.first()->error : 0;
@@ -88,7 +88,7 @@ ByteArray SerialPort::take(size_t most)
     throwIfSignalled();
     if (failed && error != EIO)
         throw Failure{TransferFailed, line.path + ": " + errors.first()->text()};
-    throw gone();  // readable, but nothing there
+    throw gone();  // poll reported bytes, but there are none
 }
 
 size_t SerialPort::inTransit()

@@ -8,8 +8,8 @@
 namespace uart
 {
 
-/// The library's Uart carries the bytes, without waiting. A descriptor beside it locks the port, waits for it and looks
-/// into the queue of the driver.
+/// The library's Uart transfers the bytes, without waiting. A second descriptor locks the port, waits for it and asks
+/// how many bytes are in the driver's queue.
 class SerialPort : public Port
 {
 public:
@@ -24,7 +24,7 @@ private:
     size_t inTransit() override;
     [[nodiscard]] bool pollsForRoom() const override { return true; }
 
-    /// Closed after the library has put back the settings that it found.
+    /// Closed after the library has restored the settings that it found.
     struct Descriptor {
         explicit Descriptor(const std::string& path);
         ~Descriptor();

@@ -1,4 +1,4 @@
-// The interactive session: what is typed is sent, what comes is shown. It outlives the port.
+// The interactive session: sends what is typed, shows what is received. It continues when the port is unplugged.
 
 #include "uart/Verbs.h"
 
@@ -28,7 +28,7 @@ namespace
 constexpr uint8_t endKey = 0x1d;  // Ctrl-]
 constexpr milliseconds answerAfterInput{1000};
 constexpr milliseconds betweenAttempts{500};
-constexpr size_t mostKept = 65536;
+constexpr size_t maxKept = 65536;
 
 struct Term : Line {
     ByteArray lineEnd;
@@ -41,11 +41,11 @@ struct Term : Line {
 void describe(Grammar& grammar, OutputOptions& /*output*/, Term& request)
 {
     describeLine(grammar, request);
-    grammar.flag("--hex", "Hex in and out, a burst a line", request.hex);
+    grammar.flag("--hex", "Hex in and out, one line per burst", request.hex);
     describeLineEnd(grammar, request.lineEnd).exclude("--hex");
     grammar.flag("-e", "Local echo: show what is typed", request.localEcho);
     grammar.flag("-t", "The time at the start of each line", request.times);
-    grammar.option("--log", "FILE", "Append the session to a file", request.logFile, parseWord)
+    grammar.option("--log", "FILE", "Append the session to this file", request.logFile, parseWord)
         .complete(Candidates::Files);
 }
 
@@ -54,56 +54,56 @@ std::string traffic(const Term& request)
     return request.settings();
 }
 
-// The terminal's settings: signal handlers need them, too.
-struct termios settingsFound;
-struct termios settingsForKeys;
+// The terminal's settings, at file level because signal handlers need them.
+struct termios originalSettings;
+struct termios rawInputSettings;
 
-/// A shell sets the terminal for itself while the program is in the background.
+/// While the program is in the background, the terminal has the shell's settings.
 bool terminalIsOurs()
 {
     const pid_t group = tcgetpgrp(STDIN_FILENO);
     return group < 0 || group == getpgrp();
 }
 
-void leaveKeyMode()
+void leaveRawInput()
 {
     if (terminalIsOurs())
-        tcsetattr(STDIN_FILENO, TCSANOW, &settingsFound);
+        tcsetattr(STDIN_FILENO, TCSANOW, &originalSettings);
 }
 
-void enterKeyMode()
+void enterRawInput()
 {
     if (terminalIsOurs())
-        tcsetattr(STDIN_FILENO, TCSANOW, &settingsForKeys);
+        tcsetattr(STDIN_FILENO, TCSANOW, &rawInputSettings);
 }
 
-/// Standard input key by key, when it is a terminal.
+/// Standard input; on a terminal, key by key.
 class Keyboard
 {
 public:
-    Keyboard() : isTerminal(tcgetattr(STDIN_FILENO, &settingsFound) == 0)
+    Keyboard() : isTerminal(tcgetattr(STDIN_FILENO, &originalSettings) == 0)
     {
         if (!isTerminal)
             return;
-        settingsForKeys = settingsFound;
-        settingsForKeys.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ICRNL | IGNCR | INLCR | ISTRIP | IXON);
-        settingsForKeys.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | IEXTEN | ISIG);
-        settingsForKeys.c_cc[VMIN] = 1;
-        settingsForKeys.c_cc[VTIME] = 0;
-        callAroundStop(leaveKeyMode, enterKeyMode);
-        tcsetattr(STDIN_FILENO, TCSANOW, &settingsForKeys);
+        rawInputSettings = originalSettings;
+        rawInputSettings.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ICRNL | IGNCR | INLCR | ISTRIP | IXON);
+        rawInputSettings.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | IEXTEN | ISIG);
+        rawInputSettings.c_cc[VMIN] = 1;
+        rawInputSettings.c_cc[VTIME] = 0;
+        setStopHooks(leaveRawInput, enterRawInput);
+        tcsetattr(STDIN_FILENO, TCSANOW, &rawInputSettings);
     }
     ~Keyboard()
     {
         if (!isTerminal)
             return;
-        callAroundStop(nullptr, nullptr);
-        leaveKeyMode();
+        setStopHooks(nullptr, nullptr);
+        leaveRawInput();
     }
     Keyboard(const Keyboard&) = delete;
     Keyboard& operator=(const Keyboard&) = delete;
 
-    /// Lines that come through a pipe end with LF.
+    /// The key that ends a line; lines from a pipe end with LF.
     [[nodiscard]] uint8_t enter() const { return isTerminal ? '\r' : '\n'; }
 
     [[nodiscard]] bool isTyped() const { return isTerminal; }
@@ -122,7 +122,7 @@ private:
     bool isTerminal;
 };
 
-/// Standard output and the log file, which get the same.
+/// Writes the same to standard output and to the log file.
 class Screen
 {
 public:
@@ -163,7 +163,7 @@ public:
         show({'\n'});
     }
 
-    /// Ends the last line on a terminal, where the shell's prompt would overwrite it.
+    /// Ends the last line on a terminal, so that the shell's prompt does not overwrite it.
     void end()
     {
         if (last != '\n' && isatty(STDOUT_FILENO) == 1)
@@ -204,7 +204,7 @@ public:
     {
         try {
             while (!ended)
-                port ? carry() : waitForPort();
+                port ? transfer() : waitForPort();
         } catch (...) {
             screen.end();
             throw;
@@ -213,11 +213,11 @@ public:
     }
 
 private:
-    void carry()
+    void transfer()
     {
         try {
             const Limits limits{inputEnded ? std::optional{answerAfterInput} : std::nullopt, {}, keyboard.isTyped()};
-            // A pipe is read when all that it gave has left; keys are read at any time, for the end key.
+            // A pipe is read when all its earlier bytes are sent; keys are read at any time, because of the end key.
             switch (port->wait(limits, inputEnded ? -1 : STDIN_FILENO, keyboard.isTyped() ? SIZE_MAX : 0)) {
             case Port::Ready::Other:
                 take(Keyboard::read());
@@ -256,31 +256,31 @@ private:
 
     void waitForPort()
     {
-        const bool listens = keyboard.isTyped() || kept.size() < mostKept;
+        const bool listens = keyboard.isTyped() || kept.size() < maxKept;
         struct pollfd input = {listens ? STDIN_FILENO : -1, POLLIN, 0};
         if (poll(&input, 1, static_cast<int>(betweenAttempts.count())) > 0)
             take(Keyboard::read());
         throwIfSignalled();
         if (inputEnded)
             throw PortGone{{TransferFailed, request.path + " is gone: unplugged, or closed at the other side; " +
-                                                byteCount(kept.size()) + " of the input not sent"}};
+                                                byteCount(kept.size()) + " of the input were not sent"}};
         try {
             port = openPort(request);
             printError(request.path + " is back");
             send({});
         } catch (const Failure& failure) {
-            reportObstacle(failure.message);
+            reportOpenError(failure.message);
         }
     }
 
     /// "PATH is back but in use by ...", once. A node that has just appeared may get its permissions a moment later.
-    void reportObstacle(const std::string& message)
+    void reportOpenError(const std::string& message)
     {
-        const bool seenBefore = message == obstacle;
-        obstacle = message;
-        if (!seenBefore || message == reportedObstacle || access(request.path.c_str(), F_OK) != 0)
+        const bool seenBefore = message == openError;
+        openError = message;
+        if (!seenBefore || message == reportedOpenError || access(request.path.c_str(), F_OK) != 0)
             return;
-        reportedObstacle = message;
+        reportedOpenError = message;
         const std::string cause = message.substr(request.path.size());
         printError(request.path + " is back but" + (startsWith(cause, " is ") ? cause.substr(3) : cause));
     }
@@ -301,7 +301,7 @@ private:
         send(out);
     }
 
-    /// Sends the bytes behind those that were kept, or keeps them.
+    /// Sends the bytes after those that were kept, or keeps them while there is no port.
     void send(const ByteArray& bytes)
     {
         kept.insert(kept.end(), bytes.begin(), bytes.end());
@@ -322,7 +322,7 @@ private:
             screen.show({isEnter ? uint8_t{'\n'} : key});
     }
 
-    /// A byte is sent with its second digit; everything but a digit separates.
+    /// A byte is sent when its second digit is typed; any other character separates bytes.
     void addHexDigit(uint8_t key, ByteArray& out)
     {
         if (isxdigit(key) == 0) {
@@ -340,10 +340,10 @@ private:
     Screen screen;
     std::unique_ptr<Port> port;
     Keyboard keyboard;
-    ByteArray kept;  ///< input for a port that is gone
+    ByteArray kept;  ///< input that waits for the port
     std::string digit;
-    std::string obstacle;
-    std::string reportedObstacle;
+    std::string openError;
+    std::string reportedOpenError;
     bool inputEnded = false;
     bool ended = false;
 };
@@ -359,7 +359,7 @@ void run(const Term& request, Output& output)
 
 void addTerm(Verbs& verbs)
 {
-    verbs.push_back(verb<Term>("uart", "term", "interactive; Ctrl-] ends", "uart term ttyUSB0 -b 9600"));
+    verbs.push_back(verb<Term>("uart", "term", "interactive terminal; Ctrl-] ends it", "uart term ttyUSB0 -b 9600"));
 }
 
 }  // namespace uart

@@ -27,7 +27,7 @@ struct Read : Line {
 void describe(Grammar& grammar, OutputOptions& output, Read& request)
 {
     describeLine(grammar, request);
-    grammar.optionalWord("N", "Bytes to read, decimal; no limit when left out", request.count,
+    grammar.optionalWord("N", "Bytes to read, decimal; default: no limit", request.count,
                          [](const std::string& text) { return parseCount(text, maxBytes, "one read"); });
     describeHex(grammar, request.options.hex);
     describeReception(grammar, request.options, "");
@@ -52,13 +52,13 @@ void run(const Read& request, Output& output)
     const Reception reception = receive(*port, request.options, request.count.value_or(SIZE_MAX), {}, output);
     if (reception.count == 0)
         throw Failure{TransferFailed,
-                      request.path + ": nothing came within " + limitText(reception, request.options) + " at " +
+                      request.path + ": nothing received within " + limitText(reception, request.options) + " at " +
                           request.settings(),
-                      "another --baud; TX and RX crossed?"};
+                      "another --baud, or check whether TX and RX are swapped"};
     throwIfIncomplete(reception, request.options, request.path);
     reportEnding(reception);
     if (request.count && !reception.complete)
-        throw Failure{TransferFailed, request.path + ": " + std::to_string(reception.count) + " of " +
+        throw Failure{TransferFailed, request.path + ": received " + std::to_string(reception.count) + " of " +
                                           byteCount(*request.count) + " before " + endText(reception, request.options)};
 }
 
@@ -74,7 +74,7 @@ struct Message {
 
 void describeMessage(Grammar& grammar, Message& message, const std::string& hexHelp)
 {
-    grammar.words("TEXT", R"(Words joined by blanks; \r \n \t \\ \xNN; - for raw standard input)", message.words);
+    grammar.words("TEXT", R"(Words joined by spaces; \r \n \t \\ \xNN; - for raw standard input)", message.words);
     grammar.flag("--hex", hexHelp, message.hex);
     describeLineEnd(grammar, message.lineEnd).exclude("--hex");
 }
@@ -92,7 +92,7 @@ void check(Message& message)
 }
 
 struct Write : Line {
-    Message message;  ///< of standard input, only the first piece
+    Message message;  ///< only the first piece, if it is standard input
 };
 
 void describe(Grammar& grammar, OutputOptions& /*output*/, Write& request)
@@ -134,8 +134,8 @@ struct Ask : Line {
 void describe(Grammar& grammar, OutputOptions& output, Ask& request)
 {
     describeLine(grammar, request);
-    describeMessage(grammar, request.question, "Hex pairs instead of text, in and out; a burst a line");
-    grammar.flag("--skip-echo", "Ignore the question where it comes back before the answer", request.skipEcho);
+    describeMessage(grammar, request.question, "Hex pairs instead of text, in and out; one line per burst");
+    grammar.flag("--skip-echo", "Ignore the echo of the question before the answer", request.skipEcho);
     describeReception(grammar, request.options, "1");
     grammar.output(output, true);
 }
@@ -163,13 +163,13 @@ void run(const Ask& request, Output& output)
         receive(*port, request.options, SIZE_MAX, request.skipEcho ? question : ByteArray{}, output);
     if (port->pending() > 0 && !reception.complete)
         throw Failure{TransferFailed,
-                      request.path + ": " + port->sendReport() + " before " + endText(reception, request.options)};
+                      request.path + ": " + port->sendReport() + "; stopped at " + endText(reception, request.options)};
     port->flush();
     if (reception.count == 0)
         throw Failure{TransferFailed,
                       request.path + ": no answer within " + limitText(reception, request.options) + " at " +
                           request.settings(),
-                      "another --baud or --eol; TX and RX crossed?"};
+                      "another --baud or --eol, or check whether TX and RX are swapped"};
     throwIfIncomplete(reception, request.options, request.path);
     reportEnding(reception);
 }
@@ -204,7 +204,7 @@ void run(const Echo& request, Output& output)
         } catch (const PortGone&) {
             if (port->slave().empty())
                 throw;
-            port->takeQueue();  // who sent that is gone; another program may come
+            port->takeQueue();  // the program that sent it is gone; another one may open the port
         }
     }
 }
@@ -213,12 +213,12 @@ void run(const Echo& request, Output& output)
 
 void addTransfers(Verbs& verbs)
 {
-    verbs.push_back(verb<Read>("uart", "read", "print what comes, N bytes at most", "uart read ttyUSB0 --timeout 2"));
-    verbs.push_back(verb<Write>("uart", "write", "send text; status 0 is no proof that it arrived",
+    verbs.push_back(verb<Read>("uart", "read", "print received bytes, at most N", "uart read ttyUSB0 --timeout 2"));
+    verbs.push_back(verb<Write>("uart", "write", "send text; status 0 does not prove that it arrived",
                                 "uart write ttyUSB0 'AT+GMR' --eol crlf"));
     verbs.push_back(
         verb<Ask>("uart", "ask", "send, print the answer; status 1 if none", "uart ask ttyUSB0 '*IDN?' --eol lf"));
-    verbs.push_back(verb<Echo>("uart", "echo", "send back what comes: the other end of a bench", "uart echo pty"));
+    verbs.push_back(verb<Echo>("uart", "echo", "send back all received bytes, as a test peer", "uart echo pty"));
 }
 
 }  // namespace uart

@@ -10,7 +10,7 @@ namespace uart
 namespace
 {
 
-/// Those of the library, in ascending order.
+/// The baud rates of the library, in ascending order.
 constexpr std::array<int, 26> baudRates = {
     110,    150,    200,    300,    600,    1200,    2400,    4800,    9600,    19200,   38400,   57600,   115200,
     230400, 460800, 500000, 576000, 921600, 1000000, 1152000, 1500000, 2000000, 2500000, 3000000, 3500000, 4000000};
@@ -37,7 +37,7 @@ ByteArray parseLineEnd(const std::string& name)
     return name == "crlf" ? ByteArray{'\r', '\n'} : ByteArray{};
 }
 
-/// What "\r" and its like stand for; moves to the last character of the escape.
+/// The byte that an escape such as "\r" stands for; moves to the last character of the escape.
 uint8_t escapedByte(const std::string& text, size_t& at)
 {
     const char kind = at + 1 < text.size() ? text[at + 1] : '\0';
@@ -57,7 +57,7 @@ uint8_t escapedByte(const std::string& text, size_t& at)
     case '\\':
         return '\\';
     default:
-        refuse("text \"" + text + R"(": a backslash starts \r \n \t \\ or \xNN)");
+        refuse("text \"" + text + R"(": the escapes are \r \n \t \\ and \xNN)");
     }
 }
 
@@ -72,8 +72,8 @@ std::string Line::settings() const
 void describeLine(Grammar& grammar, Line& line)
 {
     grammar
-        .word("PORT", "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards input that waits there",
-              line.path, parsePort)
+        .word("PORT", "ttyUSB0, a path, or pty for a new pseudo-terminal; opening discards waiting input", line.path,
+              parsePort)
         .complete(Candidates::SerialPorts);
     grammar.option("-b,--baud", "N", "Baud rate", line.baudRate, parseBaudRate, "115200").suggest(textsOf(baudRates));
     grammar.option("--parity", "P", "Parity", line.parity, parseWord, "none").choose({"none", "even", "odd"});
@@ -105,7 +105,7 @@ int parseBaudRate(const std::string& text)
 {
     const auto rate = numberOf(text, 10);
     if (!rate)
-        refuse("baud rate \"" + text + "\": a decimal number, such as 115200");
+        refuse("baud rate \"" + text + "\": must be a decimal number, such as 115200");
     const auto* above = std::find_if(baudRates.begin(), baudRates.end(),
                                      [&](int known) { return static_cast<uint64_t>(known) >= *rate; });
     if (above != baudRates.end() && static_cast<uint64_t>(*above) == *rate)

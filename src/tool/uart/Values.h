@@ -1,4 +1,4 @@
-// Words of the verbs for serial ports to values; what cannot be understood throws a Failure that says how to write it.
+// Parses the words of verbs for serial ports; an invalid word throws a Failure that says what is valid.
 #pragma once
 
 #include "base/Values.h"
@@ -34,10 +34,10 @@ std::string secondsText(milliseconds time);
 /// "ttyUSB0", a path, or "pty" for a new pseudo-terminal, to a path.
 std::string parsePort(const std::string& text);
 
-/// One of the rates that the library knows.
+/// One of the rates that the library supports.
 int parseBaudRate(const std::string& text);
 
-/// Words joined by blanks, with the escapes \r \n \t \\ \xNN.
+/// Words joined by spaces, with the escapes \r \n \t \\ \xNN.
 ByteArray parseText(const std::vector<std::string>& words);
 
 /// --eol: "cr", "lf", "crlf" or "none" to the bytes of a line ending.
