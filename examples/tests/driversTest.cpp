@@ -1,8 +1,11 @@
-// How to test a chip driver without the chip: GoogleMock stands in for the bus.
+// How to test a chip driver without the chip: GoogleMock stands in for the bus, or a session, or a chip with registers.
 #include "../Dps310.h"
 #include "../Flash.h"
 #include "../PayloadLog.h"
 #include "../Tmp105.h"
+
+#include <serialComm/testing/RegisterChip.h>
+#include <serialComm/testing/SessionBus.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +14,8 @@
 
 #include <thread>
 
+using serialComm::testing::RegisterChip;
+using serialComm::testing::SessionBus;
 using testing::InSequence;
 using testing::Return;
 using testing::StrictMock;
@@ -165,6 +170,22 @@ TEST_P(Barometer, DoesNotStartAfterAFailedWrite)
     EXPECT_FALSE(sensor.init());
 }
 
+TEST_P(Barometer, NoticesEachFailedTransferOfItsStart)
+{
+    const auto startsWithFailure = [](size_t call) {
+        RegisterChip chip{GetParam() == Dps310::Bus::i2c ? RegisterChip::Kind::i2c : RegisterChip::Kind::spi};
+        chip.registers[0x08] = 0xc0;
+        std::copy(typical.begin(), typical.end(), chip.registers.begin() + 0x10);
+        chip.failOnCall(call);
+        return Dps310{chip, GetParam()}.init();
+    };
+    EXPECT_TRUE(startsWithFailure(0));
+    for (size_t call = 1; call <= 7; ++call) {
+        const bool unseen = call == 2;  // the reset: a chip that was not reset answers as one that was
+        EXPECT_EQ(startsWithFailure(call), unseen && GetParam() == Dps310::Bus::spi) << "transfer " << call;
+    }
+}
+
 TEST_P(Barometer, ReturnsNothingWithoutANewMeasurement)
 {
     const ByteArray nothingNew{0xc7, 0xd7, 0xe7, 0xc0,
@@ -183,18 +204,12 @@ TEST_P(Barometer, ReturnsNothingWithoutANewMeasurement)
 
 TEST(Tmp105, ReadsBothSidesOfZero)
 {
-    struct Row {
-        ByteArray answer;
-        std::optional<double> celsius;
-    };
-    const Row rows[] = {
-        {{0x19, 0x80}, 25.5}, {{0xff, 0x80}, -0.5}, {{0xc9, 0x00}, -55.0}, {{0x7f, 0xf0}, 127.9375}, {{}, std::nullopt},
-    };
-    for (const Row& row : rows) {
-        StrictMock<MockBus> bus;
-        EXPECT_CALL(bus, writeRead(ByteArray{0x00}, 2)).WillOnce(Return(row.answer));
-        EXPECT_EQ(Tmp105{bus}.celsius(), row.celsius);
-    }
+    SessionBus bus{"S 48 W 00 Sr 48 R 19 80 P", "S 48 W 00 Sr 48 R ff 80 P", "S 48 W 00 Sr 48 R c9 00 P",
+                   "S 48 W 00 Sr 48 R 7f f0 P", "S 48 W 00 Sr 48 R [2] NA ETIMEDOUT"};
+    Tmp105 sensor{bus};
+    for (const double celsius : {25.5, -0.5, -55.0, 127.9375})
+        EXPECT_EQ(sensor.celsius(), celsius);
+    EXPECT_EQ(sensor.celsius(), std::nullopt);
 }
 
 static void logError()

@@ -27,7 +27,7 @@ static std::vector<std::string> linesOf(const std::string& text)
 static bool acts(const std::vector<std::string>& words)
 {
     const auto has = [&](const char* word) { return std::find(words.begin(), words.end(), word) != words.end(); };
-    return has("batch") || has("list") || has("--log-config") ||
+    return has("batch") || has("list") || has("record") || has("replay") || has("--log-config") ||
            std::any_of(words.begin(), words.end(), [](const std::string& word) {
                return word.find('\0') != std::string::npos || word.compare(0, 13, "--log-config=") == 0;
            });

@@ -1,5 +1,12 @@
 #include "base/Verb.h"
 
+#include <algorithm>
+
+bool Argument::isNamed(const std::string& word) const
+{
+    return isOption() && ("," + name + ",").find("," + word + ",") != std::string::npos;
+}
+
 Argument& Argument::complete(Candidates what)
 {
     candidates = what;
@@ -61,6 +68,40 @@ Argument& Grammar::words(const std::string& name, const std::string& help, std::
         {name, "", help, "", {}, "", Candidates::None, true, true, {}, [&field](const std::vector<std::string>& given) {
              field = given;
          }});
+}
+
+Argument& Grammar::program(const std::string& name, const std::string& help, std::vector<std::string>& field)
+{
+    Argument& argument = words(name, help, field);
+    argument.isProgram = true;
+    return argument;
+}
+
+size_t Grammar::ownWords(const std::vector<std::string>& words) const
+{
+    size_t before = 0;  // words in front of the program
+    auto argument = all.begin();
+    for (; argument != all.end() && !(*argument)->isProgram; ++argument)
+        before += (*argument)->isOption() ? 0 : 1;
+    if (argument == all.end())
+        return words.size();
+
+    bool isValue = false;
+    bool isLiteral = false;
+    for (size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        const bool isOption = !isLiteral && !isValue && word.size() > 1 && word[0] == '-';
+        if (isValue) {
+            isValue = false;
+        } else if (isOption) {
+            isLiteral = word == "--";
+            isValue = std::any_of(all.begin(), all.end(),
+                                  [&](const auto& each) { return each->isNamed(word) && !each->isFlag(); });
+        } else if (before-- == 0) {
+            return i;
+        }
+    }
+    return words.size();
 }
 
 Argument& Grammar::repeatedOption(const std::string& name, const std::string& value, const std::string& help,

@@ -29,9 +29,13 @@ struct Argument {
     std::function<void(const std::vector<std::string>&)> take = {};
     std::vector<std::string> suggestions = {};  ///< for completion, if other values are valid as well
     bool many = false;                          ///< a repeated option takes all values behind it: "--read 0x00 0x01"
+    bool isProgram = false;                     ///< this word and all behind it are another program's command line
 
     [[nodiscard]] bool isOption() const { return name[0] == '-'; }
     [[nodiscard]] bool isFlag() const { return isOption() && value.empty(); }
+
+    /// Whether the word names this option: "-b" or "--baud".
+    [[nodiscard]] bool isNamed(const std::string& word) const;
 
     // For the description of a verb: grammar.option(...).choose({"cr", "lf"}).exclude("--hex")
     Argument& complete(Candidates what);
@@ -66,6 +70,12 @@ public:
 
     /// All words that follow, at least one: "BYTES...".
     Argument& words(const std::string& name, const std::string& help, std::vector<std::string>& field);
+
+    /// Another program and its arguments, at least one word: everything that follows, whatever it looks like.
+    Argument& program(const std::string& name, const std::string& help, std::vector<std::string>& field);
+
+    /// How many of the words are the verb's own: those behind them are another program's command line.
+    [[nodiscard]] size_t ownWords(const std::vector<std::string>& words) const;
 
     template <typename Value, typename Parse>
     Argument& option(const std::string& name, const std::string& value, const std::string& help, Value& field,

@@ -48,12 +48,17 @@ bool asksFor(const std::string& option, const std::vector<std::string>& words)
     return std::find(words.begin(), end, option) != end;
 }
 
+void printVersion()
+{
+    printLine("serialcomm " SERIALCOMM_VERSION);
+}
+
 /// Executes a command line without a verb: prints the list of verbs, or executes "help" or "version".
 void executeWithoutVerb(const Call& call, const std::vector<std::string>& words)
 {
     const bool help = asksFor("--help", call.rest) || asksFor("-h", call.rest);
     if (call.names == std::vector<std::string>{"version"} || asksFor("--version", call.rest)) {
-        printLine("serialcomm " SERIALCOMM_VERSION);
+        printVersion();
     } else if (call.names == std::vector<std::string>{"help"}) {
         print(helpFor(call.rest));
     } else if (call.names.empty() || (call.names.size() == 1 && isBus(call.names[0]))) {
@@ -65,12 +70,22 @@ void executeWithoutVerb(const Call& call, const std::vector<std::string>& words)
     }
 }
 
-void executeVerb(const Verb& verb, const std::vector<std::string>& words)
+void executeVerb(const Verb& verb, const Call& call)
 {
     const auto command = verb.make();
     CommonOptions common;
     addCommonOptions(*command, common);
-    parse(command->grammar, verb.words(), words);
+    const auto ownEnd = call.rest.begin() + static_cast<std::ptrdiff_t>(command->grammar.ownWords(call.rest));
+    const std::vector<std::string> own(call.rest.begin(), ownEnd);
+    if (asksFor("--help", own) || asksFor("-h", own)) {
+        print(helpFor(call.names));
+        return;
+    }
+    if (asksFor("--version", own)) {
+        printVersion();
+        return;
+    }
+    parse(command->grammar, verb.words(), call.rest);
     command->check();
     setUpLog(command->output.verbosity, common.logConfig);
     Output output{command->output};
@@ -93,12 +108,8 @@ void execute(const std::vector<std::string>& words)
     const Verb* verb = findVerb(call.names);
     if (verb == nullptr)
         executeWithoutVerb(call, words);
-    else if (asksFor("--help", call.rest) || asksFor("-h", call.rest))
-        print(helpFor(call.names));
-    else if (asksFor("--version", call.rest))
-        executeWithoutVerb({{"version"}, {}}, words);
     else
-        executeVerb(*verb, call.rest);
+        executeVerb(*verb, call);
 }
 
 int runCommandLine(const std::vector<std::string>& words)

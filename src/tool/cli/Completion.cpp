@@ -42,11 +42,6 @@ Words candidatesOf(const Argument& argument, const std::string& current)
     return argument.choices.empty() ? argument.suggestions : argument.choices;
 }
 
-bool hasName(const Argument& argument, const std::string& word)
-{
-    return ("," + argument.name + ",").find("," + word + ",") != std::string::npos;
-}
-
 /// Candidates after a verb: values of the preceding option, names of options, or the next word.
 Words argumentsOf(const Verb& verb, const Words& before, const std::string& current)
 {
@@ -54,6 +49,8 @@ Words argumentsOf(const Verb& verb, const Words& before, const std::string& curr
     CommonOptions common;
     addCommonOptions(*command, common);
     const auto& arguments = command->grammar.arguments();
+    if (command->grammar.ownWords(before) < before.size())
+        return {"--files"};
 
     const Argument* valueOf = nullptr;
     size_t position = 0;
@@ -64,7 +61,7 @@ Words argumentsOf(const Verb& verb, const Words& before, const std::string& curr
             continue;
         }
         for (const auto& argument : arguments) {
-            if (argument->isOption() && !argument->isFlag() && hasName(*argument, word))
+            if (argument->isNamed(word) && !argument->isFlag())
                 valueOf = argument.get();
         }
     }

@@ -54,11 +54,16 @@ std::string helpForVerb(const Verb& verb)
     addCommonOptions(*command, common);
     std::string words;
     std::string options;
-    for (const auto& argument : command->grammar.arguments())
+    std::string usage = synopsisOf(verb, *command);
+    size_t optionsAt = usage.size();
+    for (const auto& argument : command->grammar.arguments()) {
         (argument->isOption() ? options : words) += lineOf(*argument);
-    return std::string{verb.summary} + "\nUsage: " + synopsisOf(verb, *command) + " [options]\n" +
-           (words.empty() ? "" : "\nArguments:\n" + words) + "\nOptions:\n" + options + "\nExample: serialcomm " +
-           verb.example + '\n';
+        if (argument->isProgram)
+            optionsAt = synopsisOf(verb, Command{}).size();  // behind it they would be the program's
+    }
+    usage.insert(optionsAt, " [options]");
+    return std::string{verb.summary} + "\nUsage: " + usage + '\n' + (words.empty() ? "" : "\nArguments:\n" + words) +
+           "\nOptions:\n" + options + "\nExample: serialcomm " + verb.example + '\n';
 }
 
 }  // namespace

@@ -89,9 +89,15 @@ public:
     Parser(const Grammar& verbs, const std::string& verb, const std::vector<std::string>& given)
         : grammar(verbs), name(verb), words(given)
     {
+        const auto ownEnd = words.begin() + static_cast<std::ptrdiff_t>(grammar.ownWords(words));
+        program.assign(ownEnd, words.end());
+        words.erase(ownEnd, words.end());
         app.set_help_flag();
-        for (const auto& argument : grammar.arguments())
+        for (const auto& argument : grammar.arguments()) {
             options.push_back(addTo(app, *argument));
+            if (argument->isProgram && !program.empty())
+                options.back()->required(false);
+        }
     }
 
     void parse()
@@ -122,6 +128,8 @@ public:
     {
         for (size_t i = 0; i < options.size(); ++i) {
             const Argument& argument = *grammar.arguments()[i];
+            if (argument.isProgram)
+                argument.take(program);
             if (options[i]->count() == 0)
                 continue;
             for (const std::string& excluded : argument.excludes) {
@@ -153,7 +161,8 @@ private:
 
     const Grammar& grammar;
     const std::string& name;
-    const std::vector<std::string>& words;
+    std::vector<std::string> words;
+    std::vector<std::string> program;  ///< another one's command line, which is left alone
     CLI::App app;
     std::vector<CLI::Option*> options;
 };

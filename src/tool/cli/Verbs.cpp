@@ -4,6 +4,7 @@
 #include "device/List.h"
 #include "doctor/Doctor.h"
 #include "i2c/Verbs.h"
+#include "programs/Verbs.h"
 #include "spi/Verbs.h"
 #include "uart/Verbs.h"
 
@@ -13,7 +14,8 @@ const Verbs& allVerbs()
 {
     static const Verbs verbs = [] {
         Verbs all;
-        for (const auto add : {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addBatchVerb})
+        for (const auto add : {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addProgramVerbs,
+                               addBatchVerb})
             add(all);
         return all;
     }();

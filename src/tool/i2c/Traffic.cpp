@@ -2,37 +2,41 @@
 
 #include "base/Bytes.h"
 
+#include <session/Traffic.h>
+
 namespace i2c
 {
 
-static std::string name(int address)
+using session::I2cMessage;
+
+static I2cMessage toWrite(int address, const ByteArray& bytes)
 {
-    return hexPair(static_cast<unsigned int>(address));
+    return {static_cast<uint16_t>(address), false, false, 0, session::known(bytes)};
 }
 
-static std::string written(int address, const ByteArray& bytes)
+static I2cMessage toRead(int address, size_t count)
 {
-    return "S " + name(address) + " W" + (bytes.empty() ? "" : " ") + shortHex(bytes);
+    return {static_cast<uint16_t>(address), false, true, 0, session::planned(count)};
 }
 
-static std::string counted(size_t count)
+static std::string text(const std::vector<I2cMessage>& messages)
 {
-    return " R [" + std::to_string(count) + "] P";
+    return session::toText(session::I2cTransfer{messages, 0}, session::Length::cut);
 }
 
 std::string writeTraffic(int address, const ByteArray& bytes)
 {
-    return written(address, bytes) + " P";
+    return text({toWrite(address, bytes)});
 }
 
 std::string readTraffic(int address, size_t count)
 {
-    return "S " + name(address) + counted(count);
+    return text({toRead(address, count)});
 }
 
 std::string writeReadTraffic(int address, const ByteArray& bytes, size_t count)
 {
-    return written(address, bytes) + " Sr " + name(address) + counted(count);
+    return text({toWrite(address, bytes), toRead(address, count)});
 }
 
 std::string maskedWriteTraffic(int address, const ByteArray& reg, const ByteArray& mask, const ByteArray& bytes)
@@ -40,7 +44,8 @@ std::string maskedWriteTraffic(int address, const ByteArray& reg, const ByteArra
     ByteArray kept = mask;
     for (uint8_t& byte : kept)
         byte = static_cast<uint8_t>(~byte);
-    return written(address, reg) + " (read & " + shortHex(kept) + " | " + shortHex(bytes) + ") P";
+    std::string line = writeTraffic(address, reg);
+    return line.insert(line.size() - 1, "(read & " + shortHex(kept) + " | " + shortHex(bytes) + ") ");
 }
 
 }  // namespace i2c

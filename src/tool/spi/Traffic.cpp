@@ -2,6 +2,8 @@
 
 #include "base/Bytes.h"
 
+#include <session/Traffic.h>
+
 namespace spi
 {
 namespace
@@ -13,19 +15,18 @@ std::string traffic(const ByteArray& sent, size_t zeros, size_t dropped, size_t 
     std::string mosi = "MOSI";
     std::string miso = "MISO";
     if (!sent.empty())
-        mosi += " " + shortHex(sent);
+        mosi += ' ' + session::toText(session::known(sent), session::Length::cut);
     if (zeros > 0)
-        mosi += " 00 x " + std::to_string(zeros);
-    if (dropped > 0)
-        miso += " -- x " + std::to_string(dropped);
-    if (kept > 0)
-        miso += " [" + std::to_string(kept) + "]";
+        mosi += ' ' + session::repeated(0, zeros);
+    const session::Data received{std::vector<session::Byte>(dropped), kept};
+    if (dropped + kept > 0)
+        miso += ' ' + session::toText(received, session::Length::cut);
     return mosi + "\n" + miso;
 }
 
 std::string settings(const std::string& mode, int speedHz)
 {
-    return "mode " + mode + ", " + std::to_string(speedHz) + " Hz";
+    return "mode " + mode + ", " + session::frequency(static_cast<uint32_t>(speedHz));
 }
 
 }  // namespace
