@@ -1,5 +1,5 @@
-// Writes bytes one by one to a pseudo-terminal, and prints the microseconds that one write takes. scripts/bench compares
-// a run that is recorded with one that is not.
+// Writes bytes one by one to a pseudo-terminal, and prints the microseconds that one write takes. scripts/bench
+// compares a run that is recorded with one that is not.
 #include <fcntl.h>
 #include <stdlib.h>
 #include <termios.h>

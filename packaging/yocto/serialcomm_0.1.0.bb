@@ -22,5 +22,7 @@ SOLIBS = ".so"
 FILES_SOLIBSDEV = ""
 
 PACKAGES =+ "${PN}-tool"
-FILES:${PN}-tool = "${bindir}/serialcomm ${datadir}/bash-completion"
+FILES:${PN}-tool = "${bindir}/serialcomm ${libdir}/serialcomm ${datadir}/bash-completion"
 RDEPENDS:${PN}-tool = "${PN}"
+# The CMake package names the library of serialComm::testing.
+RDEPENDS:${PN}-dev += "${PN}-staticdev"

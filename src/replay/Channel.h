@@ -38,7 +38,7 @@ public:
     std::vector<Message> wait(std::vector<struct pollfd>& others, std::chrono::milliseconds timeout);
 
     /// Sends a reply; nothing happens when nobody waits for it any more.
-    void reply(int connection, Reply reply, const std::vector<uint8_t>& data = {}, int descriptor = -1);
+    static void reply(int connection, Reply reply, const std::vector<uint8_t>& data = {}, int descriptor = -1);
 
 private:
     void acceptOne();

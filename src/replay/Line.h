@@ -6,7 +6,8 @@
 
 #include <stddef.h>
 
-namespace [[gnu::visibility("hidden")]] replay
+#pragma GCC visibility push(hidden)
+namespace replay
 {
 
 /// What all three kinds of termios records begin with.
@@ -40,4 +41,5 @@ size_t getSize(unsigned long request);
 unsigned long withoutFlush(unsigned long request);
 bool isFlush(unsigned long request);
 
-}  // namespace gnu::visibility("hidden")]]replay
+}  // namespace replay
+#pragma GCC visibility pop

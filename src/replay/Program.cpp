@@ -54,7 +54,9 @@ std::string foundInPath(const std::string& program)
     const char* variable = getenv("PATH");
     std::istringstream path{variable != nullptr ? variable : "/usr/bin:/bin"};
     for (std::string folder; std::getline(path, folder, ':');) {
-        const std::string candidate = (folder.empty() ? "." : folder) + "/" + program;
+        std::string candidate = folder.empty() ? "." : folder;
+        candidate += '/';
+        candidate += program;
         if (access(candidate.c_str(), X_OK) == 0)
             return candidate;
     }
@@ -69,9 +71,9 @@ bool isStatic(const std::string& path)
     file.read(reinterpret_cast<char*>(&header), sizeof header);
     if (!file || memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64)
         return false;
-    for (int i = 0; i < header.e_phnum; ++i) {
+    for (uint16_t i = 0; i < header.e_phnum; ++i) {
         Elf64_Phdr segment = {};
-        file.seekg(static_cast<std::streamoff>(header.e_phoff) + i * header.e_phentsize);
+        file.seekg(static_cast<std::streamoff>(header.e_phoff + size_t{i} * header.e_phentsize));
         file.read(reinterpret_cast<char*>(&segment), sizeof segment);
         if (!file || segment.p_type == PT_INTERP)
             return false;
@@ -97,7 +99,10 @@ std::vector<std::string> environmentWith(const std::string& library, const std::
     for (const auto& [name, value] : ours) {
         const char* before = getenv(name.c_str());
         const bool keep = before != nullptr && *before != '\0' && name != socketVariable;
-        environment.push_back(name + "=" + value + (keep ? std::string{":"} + before : ""));
+        std::string entry = name + '=' + value;
+        if (keep)
+            entry.append(1, ':').append(before);
+        environment.push_back(entry);
     }
     return environment;
 }
@@ -105,6 +110,7 @@ std::vector<std::string> environmentWith(const std::string& library, const std::
 std::vector<char*> pointersTo(const std::vector<std::string>& texts)
 {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (const std::string& text : texts)
         pointers.push_back(const_cast<char*>(text.c_str()));
     pointers.push_back(nullptr);

@@ -30,7 +30,6 @@ using session::Event;
 using session::I2cTransfer;
 using session::Open;
 using session::SerialTransfer;
-using session::Setting;
 using session::SpiTransfer;
 
 /// What is to fail in a run.
@@ -131,10 +130,10 @@ private:
         const std::vector<Message> messages = channel.wait(others, std::min(left, longest));
         for (const Message& message : messages)
             handleSafely(message);
-        for (size_t i = 0; i < names.size(); ++i) {
-            SerialPort& port = *ports.at(names[i]);
+        for (const std::string& name : names) {
+            SerialPort& port = *ports.at(name);
             port.sendMore();
-            exchange(names[i], port.receive());
+            exchange(name, port.receive());
         }
         while (!later.empty() && later.begin()->first <= Clock::now()) {
             const std::function<void()> action = later.begin()->second;

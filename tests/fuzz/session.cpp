@@ -7,9 +7,8 @@
 
 #include <string>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+static void check(const std::string& text)
 {
-    const std::string text = session::versionLine() + std::string{data, data + size};
     try {
         const session::Session first = session::parse(text);
         if (!(session::parse(session::toText(first)) == first)) {
@@ -20,5 +19,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             abort();
         }
     }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    const std::string text{data, data + size};
+    check(text);
+    check(session::versionLine() + text);
     return 0;
 }

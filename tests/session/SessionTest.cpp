@@ -156,7 +156,9 @@ TEST(Session, NamesTheLineAndTheRemedyOfAnError)
         {"", 1, "no session: expected the line serialcomm session 1"},
         {"# only this\n", 1, "no session: expected the line serialcomm session 1"},
         {"i2c-4 S 48 R 19 P\n", 1, "no session: expected the line serialcomm session 1"},
-        {"\x7f" "ELF\" \\\n", 1, "no session: expected the line serialcomm session 1"},
+        {"\x7f"
+         "ELF\" \\\n",
+         1, "no session: expected the line serialcomm session 1"},
         {"\nserialcomm session 2\n", 2, "a session of another version; this program reads serialcomm session 1"},
         {version + "\n\\\ni2c-4 S 48 X\n", 3, "unexpected 'X'; expected W or R"},
         {version + "i2c-4\n", 2,

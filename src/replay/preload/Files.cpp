@@ -98,7 +98,7 @@ bool makeAbsolute(int directory, const char* path, char* absolute)
     if (used + 1 + strlen(path) >= PATH_MAX)
         return false;
     absolute[used] = '/';
-    strcpy(absolute + used + 1, path);
+    memcpy(absolute + used + 1, path, strlen(path) + 1);
     normalise(absolute);
     return true;
 }

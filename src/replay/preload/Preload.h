@@ -13,7 +13,8 @@
 
 namespace replay
 {
-namespace [[gnu::visibility("hidden")]] preload
+#pragma GCC visibility push(hidden)
+namespace preload
 {
 
 /// The C library's function of this name, or another preloaded library's.
@@ -47,7 +48,7 @@ public:
 
     /// Room for more bytes at the end.
     uint8_t* grow(size_t more);
-    void append(const void* bytes, size_t count);
+    void append(const void* from, size_t count);
     template <class Record>
     void append(const Record& record)
     {
@@ -109,5 +110,6 @@ bool mayBeDevice(const char* path);
 /// The settings that an SPI device has; false where they cannot be had.
 bool readSpi(int descriptor, uint32_t& mode, uint32_t& speedHz);
 
-}  // namespace gnu::visibility("hidden")]]preload
+}  // namespace preload
+#pragma GCC visibility pop
 }  // namespace replay

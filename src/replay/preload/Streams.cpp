@@ -16,6 +16,7 @@ namespace
 {
 
 struct Stream {
+    std::atomic<bool> isUsed{false};
     std::atomic<FILE*> file{nullptr};
     int descriptor = -1;
 };
@@ -32,10 +33,13 @@ ssize_t writeStream(void* stream, const char* bytes, size_t size)
     return written < 0 ? 0 : written;  // the C library's word for an error
 }
 
-int closeStream(void* stream)
+int closeStream(void* opened)
 {
-    static_cast<Stream*>(stream)->file = nullptr;
-    return close(static_cast<Stream*>(stream)->descriptor);
+    auto* stream = static_cast<Stream*>(opened);
+    const int descriptor = stream->descriptor;
+    stream->file = nullptr;
+    stream->isUsed = false;
+    return close(descriptor);
 }
 
 int flagsOf(const char* mode)
@@ -48,16 +52,15 @@ int flagsOf(const char* mode)
 
 FILE* streamOf(int descriptor, const char* mode)
 {
-    static FILE placeholder;
     for (Stream& stream : streams) {
-        FILE* unused = nullptr;
-        if (!stream.file.compare_exchange_strong(unused, &placeholder))
+        if (stream.isUsed.exchange(true))
             continue;
         stream.descriptor = descriptor;
         FILE* file = fopencookie(&stream, mode, {readStream, writeStream, nullptr, closeStream});
         if (file != nullptr && isatty(descriptor) != 0)
             setvbuf(file, nullptr, _IOLBF, BUFSIZ);
         stream.file = file;
+        stream.isUsed = file != nullptr;
         return file;
     }
     errno = EMFILE;
