@@ -88,6 +88,7 @@ void run(const Baud& request, Output& output)
     PortSettings settings = request;
     settings.baudRate = request.rates.front();
     SerialPort port{settings};
+    port.expectErrors();
     if (!port.counters())
         printError(request.path + ": this driver counts no framing errors, so only text can be recognised");
     std::vector<BaudSample> samples;
@@ -95,7 +96,6 @@ void run(const Baud& request, Output& output)
         output.progress("listening at " + std::to_string(rate));
         samples.push_back(listen(port, rate, request.time));
     }
-    port.forgetErrors();
     const BaudRanking ranking = rankBaudRates(samples);
     for (const BaudScore& score : ranking.scores)
         output.result({{"baud", score.baudRate},
