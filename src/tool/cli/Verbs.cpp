@@ -14,8 +14,8 @@ const Verbs& allVerbs()
 {
     static const Verbs verbs = [] {
         Verbs all;
-        for (const auto add : {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addProgramVerbs,
-                               addBatchVerb})
+        for (const auto add :
+             {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addProgramVerbs, addBatchVerb})
             add(all);
         return all;
     }();

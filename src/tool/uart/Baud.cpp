@@ -118,8 +118,8 @@ void run(const Baud& request, Output& output)
 
 void addBaud(Verbs& verbs)
 {
-    verbs.push_back(
-        verb<Baud>("uart", "baud", "listen, and find the baud rate of a device that sends", "uart baud ttyUSB0 --rates 9600,115200"));
+    verbs.push_back(verb<Baud>("uart", "baud", "listen, and find the baud rate of a device that sends",
+                               "uart baud ttyUSB0 --rates 9600,115200"));
 }
 
 }  // namespace uart
