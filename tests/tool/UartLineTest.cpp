@@ -210,8 +210,7 @@ TEST(UartSet, SettingsStayWhenTheProgramHasEnded)
         {{"--rs485", "off"}, "RS-485:         off\n"},
         {{"--low-latency", "on"}, "low latency:    on\n"},
         {{"--low-latency", "off"}, "low latency:    off\n"},
-        {{"--dtr", "off"}, "DTR off, RTS on"},
-        {{"--dtr", "on", "--rts", "off"}, "DTR on, RTS off"},
+        {{"--dtr", "on", "--rts", "on"}, "DTR on, RTS on"},
     };
     const Device device;
     const FakeUart uart;
@@ -257,6 +256,11 @@ TEST(UartSet, SaysWhatDoesNotStay)
     FakeUart uart;
     EXPECT_EQ("serialcomm: PORT: DTR and RTS drop when the port is closed; --hang-up off keeps them\n",
               toolAt(device, {"set", "--dtr", "on", "--hang-up", "on"}).err);
+    EXPECT_EQ("serialcomm: PORT: the kernel asserts DTR and RTS when the port is opened again\n",
+              toolAt(device, {"set", "--rts", "off", "--hang-up", "off"}).err);
+    EXPECT_EQ((std::vector<std::string>{"DTR on", "RTS off"}), uart.events);
+    EXPECT_EQ(TIOCM_DTR, uart.modemLines);
+
     int reads = 0;
     uart.onRs485 = [&] {
         if (++reads == 4)  // the first after the port was closed
