@@ -210,8 +210,7 @@ TEST(UartSet, SettingsStayWhenTheProgramHasEnded)
         {{"--rs485", "off"}, "RS-485:         off\n"},
         {{"--low-latency", "on"}, "low latency:    on\n"},
         {{"--low-latency", "off"}, "low latency:    off\n"},
-        {{"--dtr", "off"}, "DTR off, RTS on"},
-        {{"--dtr", "on", "--rts", "off"}, "DTR on, RTS off"},
+        {{"--dtr", "on", "--rts", "on"}, "DTR on, RTS on"},
     };
     const Device device;
     const FakeUart uart;
@@ -257,6 +256,11 @@ TEST(UartSet, SaysWhatDoesNotStay)
     FakeUart uart;
     EXPECT_EQ("serialcomm: PORT: DTR and RTS drop when the port is closed; --hang-up off keeps them\n",
               toolAt(device, {"set", "--dtr", "on", "--hang-up", "on"}).err);
+    EXPECT_EQ("serialcomm: PORT: the kernel asserts DTR and RTS when the port is opened again\n",
+              toolAt(device, {"set", "--rts", "off", "--hang-up", "off"}).err);
+    EXPECT_EQ((std::vector<std::string>{"DTR on", "RTS off"}), uart.events);
+    EXPECT_EQ(TIOCM_DTR, uart.modemLines);
+
     int reads = 0;
     uart.onRs485 = [&] {
         if (++reads == 4)  // the first after the port was closed
@@ -357,6 +361,7 @@ TEST(UartLine, ErrorCountersThatHaveRisenAreReportedAtTheEnd)
 }
 
 /// Sends back what comes, changed by a function that gets each byte and its position; it returns what is sent instead.
+/// More than one byte are sent with a pause after the first.
 class Echo
 {
 public:
@@ -371,12 +376,13 @@ public:
                   if (poll(&input, 1, 20) <= 0)
                       continue;
                   const ssize_t count = read(device.master, bytes.data(), bytes.size());
-                  std::string answer;
-                  for (ssize_t i = 0; i < count; ++i)
-                      answer += fault(bytes.at(static_cast<size_t>(i)), position++);
-                  for (size_t sent = 0; sent < answer.size();) {
-                      const ssize_t some = write(device.master, answer.data() + sent, answer.size() - sent);
-                      sent += some > 0 ? static_cast<size_t>(some) : 0;
+                  for (ssize_t i = 0; i < count; ++i) {
+                      const std::string answer = fault(bytes.at(static_cast<size_t>(i)), position++);
+                      device.send(answer.substr(0, 1));
+                      if (answer.size() > 1) {
+                          poll(nullptr, 0, 10);
+                          device.send(answer.substr(1));
+                      }
                   }
               }
           }}
@@ -420,11 +426,11 @@ const FaultyEcho faultyEchoes[] = {
      "every value, 16 bytes: byte 5: sent 05, got 04; 1 byte of 16 differs"},
     {"a dropped byte", [](char byte, size_t position) { return position == 21 ? std::string{} : std::string{byte}; },
      "00, 16 bytes: byte 15: 1 byte of 16 lost"},
-    {"an added byte",
+    {"an extra byte after the last",
      [](char byte, size_t position) {
-         return position == 3 ? std::string{byte, '\x7e'} : std::string{byte};
+         return position == 15 ? std::string{byte, '\x7e'} : std::string{byte};
      },
-     "every value, 16 bytes: byte 4: 1 byte more than the 16 sent"},
+     "every value, 16 bytes: byte 16: 1 byte more than the 16 sent"},
     {"a shifted bit", [](char byte, size_t /*position*/) { return std::string{static_cast<char>(byte << 1)}; },
      "every value, 16 bytes: byte 1: sent 01, got 02; 15 bytes of 16 differ"},
 };

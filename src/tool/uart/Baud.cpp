@@ -18,7 +18,8 @@ namespace
 
 constexpr size_t enoughBytes = 512;
 
-struct Baud : PortSettings {
+struct Baud {
+    PortSettings port;
     std::vector<uint32_t> rates;
     milliseconds time{};
 };
@@ -36,13 +37,13 @@ std::vector<uint32_t> parseRates(const std::string& text)
 
 void describe(Grammar& grammar, OutputOptions& output, Baud& request)
 {
-    describeTty(grammar, request.path);
+    describeTty(grammar, request.port.path);
     grammar.option("--rates", "LIST", "Rates to listen at, separated by commas", request.rates, parseRates,
                    "1200,2400,4800,9600,19200,38400,57600,115200,230400,250000,460800,500000,921600,1000000");
     grammar.option(
         "--time", "S", "Listen this many seconds at each rate, less if 512 bytes come", request.time,
         [](const std::string& text) { return parseSeconds("--time", text); }, "1");
-    describeFrame(grammar, request);
+    describeFrame(grammar, request.port);
     grammar.output(output, true);
 }
 
@@ -51,7 +52,7 @@ std::string traffic(const Baud& request)
 {
     std::string lines;
     for (const uint32_t rate : request.rates) {
-        PortSettings settings = request;
+        PortSettings settings = request.port;
         settings.baudRate = rate;
         lines += (lines.empty() ? "" : "\n") + ("[" + secondsText(request.time)) + "]  " + settings.traffic();
     }
@@ -85,12 +86,12 @@ std::string textOf(const BaudScore& score)
 void run(const Baud& request, Output& output)
 {
     output.traffic(traffic(request));
-    PortSettings settings = request;
+    PortSettings settings = request.port;
     settings.baudRate = request.rates.front();
     SerialPort port{settings};
     port.expectErrors();
     if (!port.counters())
-        printError(request.path + ": this driver counts no framing errors, so only text can be recognised");
+        printError(request.port.path + ": this driver counts no framing errors, so only text can be recognised");
     std::vector<BaudSample> samples;
     for (const uint32_t rate : request.rates) {
         output.progress("listening at " + std::to_string(rate));
@@ -106,10 +107,10 @@ void run(const Baud& request, Output& output)
                       textOf(score));
     const bool silent = std::all_of(samples.begin(), samples.end(), [](const auto& one) { return one.bytes.empty(); });
     if (silent)
-        throw Failure{TransferFailed, request.path + ": nothing received at any rate",
+        throw Failure{TransferFailed, request.port.path + ": nothing received at any rate",
                       "a longer --time, or check whether TX and RX are swapped"};
     if (!ranking.decided)
-        throw Failure{TransferFailed, request.path + ": undecided", "a longer --time, or other --rates"};
+        throw Failure{TransferFailed, request.port.path + ": undecided", "a longer --time, or other --rates"};
     output.result({{"baud", ranking.scores.front().baudRate}, {"decided", true}},
                   "decided: " + std::to_string(ranking.scores.front().baudRate));
 }

@@ -123,7 +123,6 @@ void apply(const Set& request, Line& line)
     }
     if (request.lowLatency && !line.setLowLatency(*request.lowLatency))
         throw lineFailure(TransferFailed, line, "low latency", errors);
-    setModemLines(line, request.dtr, request.rts, request.sendBreak);
 }
 
 /// What is in force, as far as this request concerns it.
@@ -142,19 +141,9 @@ std::string current(const Set& request, const Line& line)
     return text;
 }
 
-void run(const Set& request, Output& /*output*/)
+/// Closes the port and opens it again: some drivers then have other settings.
+void checkWhatStays(const Set& request, Line& line)
 {
-    Line line{request.path};
-    openLine(line);
-    apply(request, line);
-
-    const auto settings = line.settings();
-    if ((request.dtr || request.rts) && settings && settings->hangUpOnClose)
-        printError(request.path + ": DTR and RTS drop when the port is closed; --hang-up off keeps them");
-    if (settings && request.baudRate && *request.baudRate != settings->baudRate)
-        printError(request.path + ": the driver has rounded " + std::to_string(*request.baudRate) + " baud to " +
-                   std::to_string(settings->baudRate));
-
     const std::string before = current(request, line);
     if (before.empty())
         return;
@@ -163,6 +152,24 @@ void run(const Set& request, Output& /*output*/)
     if (after != before)
         printError(request.path + ": the driver did not keep " + before + " when the port was closed, but has " +
                    after);
+}
+
+void run(const Set& request, Output& /*output*/)
+{
+    Line line{request.path};
+    openLine(line);
+    apply(request, line);
+    checkWhatStays(request, line);
+    setModemLines(line, request.dtr, request.rts, request.sendBreak);  // last: opening asserts DTR and RTS
+
+    const auto settings = line.settings();
+    if (settings && request.baudRate && *request.baudRate != settings->baudRate)
+        printError(request.path + ": the driver has rounded " + std::to_string(*request.baudRate) + " baud to " +
+                   std::to_string(settings->baudRate));
+    if ((request.dtr == true || request.rts == true) && settings && settings->hangUpOnClose)
+        printError(request.path + ": DTR and RTS drop when the port is closed; --hang-up off keeps them");
+    if (request.dtr == false || request.rts == false)
+        printError(request.path + ": the kernel asserts DTR and RTS when the port is opened again");
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ uint8_t escapedByte(const std::string& text, size_t& at)
 
 std::string parseTty(const std::string& text)
 {
-    const std::string path = parsePort(text);
+    std::string path = parsePort(text);
     if (path == "/dev/ptmx")
         refuse("port " + text + ": would be a new pseudo-terminal; name a port that exists");
     return path;
