@@ -18,7 +18,8 @@ namespace serialComm::testing
 /// chip.registers[0x0d] = 0x10;                              // the product's id
 /// const ByteArray id = chip.writeRead({0x0d}, 1);           // in your test: the driver's calls
 /// chip.failOnCall(2);
-/// const bool sent = chip.write({0x08, 0x07});               // false, and an ERROR line in the log
+/// if (!chip.write({0x08, 0x07}))  // and an ERROR line in the log
+///     return EXIT_FAILURE;
 /// @endcode
 class RegisterChip : public TestBus
 {

@@ -13,8 +13,8 @@ namespace serialComm::testing
 
 /// A bus that plays a session: each call must be the next transfer, and returns what the session has for it.
 ///
-/// The lines are those of a session file, without the device: "S 48 W 00 Sr 48 R 19 80 P" on I2C, "9f 00 | -- ef" on
-/// SPI, with an error's name at their end where the transfer fails, and "repeat {", "unordered {" and "}".
+/// The lines are those of a session file, without the device: "S 48 W 00 Sr 48 R 19 80 P" on I2C, "MOSI 9f 00 MISO
+/// -- ef" on SPI, with an error's name at their end where the transfer fails, and "repeat {", "unordered {" and "}".
 ///
 /// @code
 /// serialComm::testing::SessionBus bus{"S 48 W 00 Sr 48 R 19 80 P",
