@@ -397,9 +397,8 @@ int controlSpi(const Device& device, unsigned long request, void* argument, cons
         break;
     }
     const size_t size = _IOC_SIZE(request);
-    if (request == SPI_IOC_MESSAGE(0) ||
-        (_IOC_TYPE(request) == SPI_IOC_MAGIC && _IOC_NR(request) == 0 && _IOC_DIR(request) == _IOC_WRITE &&
-         size % sizeof(struct spi_ioc_transfer) == 0))
+    if (_IOC_TYPE(request) == SPI_IOC_MAGIC && _IOC_NR(request) == 0 && _IOC_DIR(request) == _IOC_WRITE &&
+        size % sizeof(struct spi_ioc_transfer) == 0)
         return transferSpi(device, static_cast<const struct spi_ioc_transfer*>(argument),
                            size / sizeof(struct spi_ioc_transfer), nextIoctl);
     if (mode() == Mode::record)
