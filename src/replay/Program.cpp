@@ -99,7 +99,8 @@ std::vector<std::string> environmentWith(const std::string& library, const std::
     for (const auto& [name, value] : ours) {
         const char* before = getenv(name.c_str());
         const bool keep = before != nullptr && *before != '\0' && name != socketVariable;
-        std::string entry = name + '=' + value;
+        std::string entry = name;
+        entry.append(1, '=').append(value);
         if (keep)
             entry.append(1, ':').append(before);
         environment.push_back(entry);

@@ -97,23 +97,23 @@ public:
     /// Whether the library was loaded into any program.
     [[nodiscard]] bool wasLoaded() const { return loaded; }
 
-    void handle(Channel& channel, const Message& message)
+    void handle(const Message& message)
     {
         Reply reply = {};
         switch (message.request.kind) {
         case RequestKind::hello:
             loaded = true;
             reply.result = static_cast<int64_t>(Mode::record);
-            channel.reply(message.connection, reply);
+            Channel::reply(message.connection, reply);
             break;
         case RequestKind::open:
             reply.handle = open(message);
-            channel.reply(message.connection, reply);
+            Channel::reply(message.connection, reply);
             break;
         case RequestKind::inherited:
             reply.handle = inherited(message);
             reply.bus = reply.handle != 0 ? calls.file(reply.handle).bus : BusKind::i2c;
-            channel.reply(message.connection, reply);
+            Channel::reply(message.connection, reply);
             break;
         default:
             if (std::optional<Event> event = calls.event(message, true); event && isNews(*event)) {
@@ -184,7 +184,7 @@ int Recorder::run(const Command& command)
     const auto handleAll = [&](std::chrono::milliseconds timeout) {
         const std::vector<Message> messages = channel.wait(others, timeout);
         for (const Message& message : messages)
-            recording.handle(channel, message);
+            recording.handle(message);
         return !messages.empty();
     };
     while (others[0].revents == 0)

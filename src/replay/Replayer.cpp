@@ -149,7 +149,7 @@ private:
             handle(message);
         } catch (const Problem& problem) {
             printLine(std::string{"serialcomm: "} + problem.what());
-            channel.reply(message.connection, failing(EIO));
+            Channel::reply(message.connection, failing(EIO));
         }
     }
 
@@ -188,7 +188,7 @@ private:
                 const auto* bytes = reinterpret_cast<const uint8_t*>(&state);
                 data.assign(bytes, bytes + sizeof state);
             }
-            channel.reply(message.connection, {}, data);
+            Channel::reply(message.connection, {}, data);
             break;
         }
         default:
@@ -211,7 +211,7 @@ private:
         }
         Reply reply = {};
         reply.result = static_cast<int64_t>(Mode::replay);
-        channel.reply(message.connection, reply, list);
+        Channel::reply(message.connection, reply, list);
     }
 
     void open(const Message& message)
@@ -224,8 +224,8 @@ private:
         }
         const Event* answer = player.answer(asked);
         if (answer == nullptr || session::errorOf(*answer) != 0) {
-            atPace(answer, [this, message, error = answer == nullptr ? EIO : session::errorOf(*answer)] {
-                channel.reply(message.connection, failing(error));
+            atPace(answer, [message, error = answer == nullptr ? EIO : session::errorOf(*answer)] {
+                Channel::reply(message.connection, failing(error));
             });
             return;
         }
@@ -241,8 +241,8 @@ private:
         file.inode = status.st_ino;
         reply.handle = calls.add(file);
         reply.bus = file.bus;
-        atPace(answer, [this, message, reply, descriptor] {
-            channel.reply(message.connection, reply, {}, descriptor);
+        atPace(answer, [message, reply, descriptor] {
+            Channel::reply(message.connection, reply, {}, descriptor);
             if (descriptor >= 0)
                 close(descriptor);
         });
@@ -273,7 +273,7 @@ private:
         Reply reply = {};
         reply.handle = calls.find(id);
         reply.bus = reply.handle != 0 ? calls.file(reply.handle).bus : BusKind::i2c;
-        channel.reply(message.connection, reply);
+        Channel::reply(message.connection, reply);
     }
 
     /// A transfer or a setting.
@@ -282,21 +282,21 @@ private:
         const std::optional<Event> asked = calls.event(message, false);
         if (!asked) {
             const bool isLine = message.request.kind == RequestKind::line;  // that changes nothing
-            channel.reply(message.connection, failing(isLine ? 0 : EINVAL));
+            Channel::reply(message.connection, failing(isLine ? 0 : EINVAL));
             return;
         }
         if (fails(message, *asked))
             return;
         const Event* answer = player.answer(*asked);
         if (answer == nullptr) {
-            channel.reply(message.connection, failing(EIO));
+            Channel::reply(message.connection, failing(EIO));
             hangUpAfterDeviation(asked->device);
             return;
         }
         calls.learn(message, *answer);
         std::vector<uint8_t> data;
         const Reply reply = answerTo(message, *answer, data);
-        atPace(answer, [this, message, reply, data] { channel.reply(message.connection, reply, data); });
+        atPace(answer, [message, reply, data] { Channel::reply(message.connection, reply, data); });
         if (calls.file(message.request.handle).bus == BusKind::serial)
             exchange(asked->device, {});
     }
@@ -328,7 +328,7 @@ private:
             reply.result = static_cast<int64_t>(*toFail->shortCount);
             data.resize(std::min(data.size(), *toFail->shortCount));
         }
-        channel.reply(message.connection, reply, data);
+        Channel::reply(message.connection, reply, data);
         return true;
     }
 

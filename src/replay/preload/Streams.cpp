@@ -16,9 +16,9 @@ namespace
 {
 
 struct Stream {
-    std::atomic<bool> isUsed{false};
     std::atomic<FILE*> file{nullptr};
     int descriptor = -1;
+    std::atomic<bool> isUsed{false};
 };
 Stream streams[32];
 
