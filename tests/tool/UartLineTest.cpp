@@ -431,7 +431,8 @@ const FaultyEcho faultyEchoes[] = {
          return position == 15 ? std::string{byte, '\x7e'} : std::string{byte};
      },
      "every value, 16 bytes: byte 16: 1 byte more than the 16 sent"},
-    {"a shifted bit", [](char byte, size_t /*position*/) { return std::string{static_cast<char>(byte << 1)}; },
+    {"a shifted bit",
+     [](char byte, size_t /*position*/) { return std::string{static_cast<char>(static_cast<uint8_t>(byte) << 1)}; },
      "every value, 16 bytes: byte 1: sent 01, got 02; 15 bytes of 16 differ"},
 };
 
