@@ -2,6 +2,14 @@
 
 #include <algorithm>
 
+std::string Argument::choiceText() const
+{
+    std::string text;
+    for (size_t i = 0; i < choices.size(); ++i)
+        text += (i == 0 ? "" : i + 1 == choices.size() ? " or " : ", ") + choices[i];
+    return text;
+}
+
 bool Argument::isNamed(const std::string& word) const
 {
     return isOption() && ("," + name + ",").find("," + word + ",") != std::string::npos;

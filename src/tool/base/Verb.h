@@ -31,6 +31,8 @@ struct Argument {
     bool many = false;                          ///< a repeated option takes all values behind it: "--read 0x00 0x01"
     bool isProgram = false;                     ///< this word and all behind it are another program's command line
 
+    /// "cr, lf or none"
+    [[nodiscard]] std::string choiceText() const;
     [[nodiscard]] bool isOption() const { return name[0] == '-'; }
     [[nodiscard]] bool isFlag() const { return isOption() && value.empty(); }
 

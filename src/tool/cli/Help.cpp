@@ -27,21 +27,13 @@ std::string synopsisOf(const Argument& argument)
     return argument.required ? name : "[" + name + "]";
 }
 
-std::string joined(const std::vector<std::string>& choices)
-{
-    std::string text;
-    for (size_t i = 0; i < choices.size(); ++i)
-        text += (i == 0 ? "" : i + 1 == choices.size() ? " or " : ", ") + choices[i];
-    return text;
-}
-
 /// "  -b,--baud N           Baud rate; default: 115200"
 std::string lineOf(const Argument& argument)
 {
     std::string line = padded("  " + argument.name + (argument.value.empty() ? "" : " " + argument.value), nameWidth);
     line += argument.help;
     if (!argument.choices.empty())
-        line += ": " + joined(argument.choices);
+        line += ": " + argument.choiceText();
     if (!argument.defaultText.empty())
         line += "; default: " + argument.defaultText;
     return line + '\n';

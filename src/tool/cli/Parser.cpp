@@ -59,14 +59,6 @@ CLI::Option* addTo(CLI::App& app, const Argument& argument)
     return option;
 }
 
-std::string joined(const std::vector<std::string>& choices)
-{
-    std::string text;
-    for (size_t i = 0; i < choices.size(); ++i)
-        text += (i == 0 ? "" : i + 1 == choices.size() ? " or " : ", ") + choices[i];
-    return text;
-}
-
 /// "--baud" of "-b,--baud".
 std::string shownName(const Argument& argument)
 {
@@ -151,7 +143,7 @@ private:
             fail(shownName(argument) + ": must not be empty");
         const std::vector<std::string>& choices = argument.choices;
         if (!choices.empty() && std::find(choices.begin(), choices.end(), value) == choices.end())
-            fail(shownName(argument) + " \"" + value + "\": must be " + joined(choices));
+            fail(shownName(argument) + " \"" + value + "\": must be " + argument.choiceText());
     }
 
     [[noreturn]] void fail(const std::string& message) const

@@ -11,14 +11,11 @@
 #include <poll.h>
 #include <string.h>
 #include <termios.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 
 namespace uart
 {
@@ -171,21 +168,6 @@ public:
     }
 
 private:
-    /// "[12:34:56.789] "
-    static std::string timeOfDay()
-    {
-        struct timespec now {
-        };
-        clock_gettime(CLOCK_REALTIME, &now);
-        struct tm local {
-        };
-        localtime_r(&now.tv_sec, &local);
-        std::array<char, 32> text{};
-        std::snprintf(text.data(), text.size(), "[%02d:%02d:%02d.%03ld] ", local.tm_hour, local.tm_min, local.tm_sec,
-                      now.tv_nsec / 1000000);
-        return text.data();
-    }
-
     std::string logName;
     bool times;
     int log = -1;
