@@ -301,6 +301,12 @@ int duplicated(int from, int to)
     return to;
 }
 
+/// The result of fcntl.
+int controlled(int descriptor, int command, int result)
+{
+    return command == F_DUPFD || command == F_DUPFD_CLOEXEC ? duplicated(descriptor, result) : result;
+}
+
 void forgetRange(unsigned int first, unsigned int last)
 {
     for (unsigned int descriptor = first; descriptor <= last && descriptor < mostDescriptors; ++descriptor)
@@ -448,8 +454,7 @@ int fcntl(int descriptor, int command, ...)
     va_start(arguments, command);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    const int result = NEXT(fcntl)(descriptor, command, argument);
-    return command == F_DUPFD || command == F_DUPFD_CLOEXEC ? duplicated(descriptor, result) : result;
+    return controlled(descriptor, command, NEXT(fcntl)(descriptor, command, argument));
 }
 
 int fcntl64(int descriptor, int command, ...)
@@ -458,8 +463,7 @@ int fcntl64(int descriptor, int command, ...)
     va_start(arguments, command);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    const int result = NEXT(fcntl64)(descriptor, command, argument);
-    return command == F_DUPFD || command == F_DUPFD_CLOEXEC ? duplicated(descriptor, result) : result;
+    return controlled(descriptor, command, NEXT(fcntl64)(descriptor, command, argument));
 }
 
 int stat(const char* path, struct stat* status) noexcept

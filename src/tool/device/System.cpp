@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <memory>
 #include <sstream>
+#include <utility>
 
 const char* systemRoot = "";
 
@@ -24,15 +25,21 @@ std::string rooted(const std::string& path)
     return systemRoot + path;
 }
 
-std::vector<Process> allProcesses()
+/// The folders in /proc of all processes other than this one.
+std::vector<std::string> processFolders()
 {
-    std::vector<Process> all;
+    std::vector<std::string> folders;
     for (const std::string& number : namesBelow("/proc", "")) {
         const bool isProcess = number.find_first_not_of("0123456789") == std::string::npos;
         if (isProcess && number != std::to_string(getpid()))
-            all.push_back({static_cast<pid_t>(std::stoi(number)), firstLine("/proc/" + number + "/comm")});
+            folders.push_back("/proc/" + number);
     }
-    return all;
+    return folders;
+}
+
+Process processOf(const std::string& folder)
+{
+    return {static_cast<pid_t>(std::stoi(folder.substr(folder.rfind('/') + 1))), firstLine(folder + "/comm")};
 }
 
 /// The device number of a process's controlling terminal; 0 where it has none.
@@ -147,21 +154,23 @@ std::vector<Process> usersOf(const std::string& path)
     if (!node || !S_ISCHR(node->st_mode))
         return users;
     std::ptrdiff_t locked = 0;
-    for (const Process& process : allProcesses()) {
-        const Use use = useOf("/proc/" + std::to_string(process.id), node->st_rdev);
+    for (const std::string& folder : processFolders()) {
+        const Use use = useOf(folder, node->st_rdev);
         if (use == Use::Locked)
-            users.insert(users.begin() + locked++, process);
+            users.insert(users.begin() + locked++, processOf(folder));
         else if (use == Use::Open)
-            users.push_back(process);
+            users.push_back(processOf(folder));
     }
     return users;
 }
 
 std::vector<Process> processesNamed(const std::string& name)
 {
-    std::vector<Process> processes = allProcesses();
-    processes.erase(std::remove_if(processes.begin(), processes.end(),
-                                   [&](const Process& process) { return process.name != name; }),
-                    processes.end());
+    std::vector<Process> processes;
+    for (const std::string& folder : processFolders()) {
+        Process process = processOf(folder);
+        if (process.name == name)
+            processes.push_back(std::move(process));
+    }
     return processes;
 }
