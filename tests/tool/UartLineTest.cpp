@@ -47,7 +47,6 @@ public:
     int modemLines = TIOCM_DTR | TIOCM_RTS;
     struct serial_icounter_struct counters {
     };
-    std::atomic<int> framingErrors{0};  ///< added to those of `counters`
     struct serial_rs485 rs485 {
     };
     struct serial_struct hardware {
@@ -90,9 +89,7 @@ private:
             return 0;
         case TIOCGICOUNT:
             onCount();
-            give(argument, counters);
-            static_cast<struct serial_icounter_struct*>(argument)->frame += framingErrors;
-            return 0;
+            return give(argument, counters);
         case TIOCGRS485:
             onRs485();
             return give(argument, rs485);
@@ -473,49 +470,41 @@ TEST(UartTest, AnOpenLineIsNoticedAtOnce)
               outcome.err);
 }
 
-/// A device that sends at one rate: at any other rate of the port, its bytes are others, with framing errors.
+/// A device that sends at one rate: at any other rate of the port, its bytes are others, with framing errors. It sends
+/// each time the counters are read, and counts the errors of what it sent before.
 class Sender
 {
 public:
-    Sender(const Device& device, unsigned int rate, std::string bytes, FakeUart& uart)
-        : thread{[=, &device, &uart, bytes = std::move(bytes)] {
-              unsigned int garbage = 1;
-              while (!done) {
-                  std::string sent = bytes;
-                  if (rateOf(device) != rate) {
-                      for (char& byte : sent)
-                          byte = static_cast<char>((garbage = garbage * 1103515245 + 12345) >> 16);
-                      uart.framingErrors += static_cast<int>(sent.size() / 4);
-                  }
-                  if (device.isSetUp() && device.hasBeenRead())
-                      device.send(sent);
-                  poll(nullptr, 0, 5);
-              }
-          }}
+    Sender(const Device& device, unsigned int rate, FakeUart& uart)
     {
+        uart.onCount = [this, &device, rate, &uart] {
+            uart.counters.frame += errors;
+            std::string sent;
+            while (sent.size() < 600)
+                sent += "$GPGGA,092750.000,5321.6802,N\r\n";
+            errors = rateOf(device) == rate ? 0 : 100;
+            if (errors != 0) {
+                for (char& byte : sent)
+                    byte = static_cast<char>((garbage = garbage * 1103515245 + 12345) >> 16);
+            }
+            device.send(sent);
+        };
     }
-    ~Sender()
-    {
-        done = true;
-        thread.join();
-    }
-    Sender(const Sender&) = delete;
-    Sender& operator=(const Sender&) = delete;
 
 private:
-    std::atomic<bool> done{false};
-    std::thread thread;
+    int errors = 0;
+    unsigned int garbage = 1;
 };
 
 TEST(UartBaud, FindsTheRateOfText)
 {
     const Device device;
     FakeUart uart;
-    const Sender sender{device, 14400, "$GPGGA,092750.000,5321.6802,N\r\n", uart};
-    const Outcome outcome = toolAt(device, {"baud", "--rates", "9600,14400,19200", "--time", "0.5"});
+    const Sender sender{device, 14400, uart};
+    const Outcome outcome = toolAt(device, {"baud", "--rates", "9600,14400,19200", "--time", "60"});
     EXPECT_EQ(0, outcome.status) << outcome.out << outcome.err;
-    EXPECT_EQ("14400: ", outcome.out.substr(0, 7));
-    EXPECT_NE(std::string::npos, outcome.out.find(" 0 framing errors, 100 % text\n")) << outcome.out;
+    EXPECT_EQ("14400: 512 bytes, 0 framing errors, 100 % text\n", outcome.out.substr(0, outcome.out.find('\n') + 1));
+    EXPECT_NE(std::string::npos, outcome.out.find("\n9600: 512 bytes, 100 framing errors, ")) << outcome.out;
     EXPECT_NE(std::string::npos, outcome.out.find("\ndecided: 14400\n")) << outcome.out;
     EXPECT_EQ("", outcome.err);
 }
