@@ -74,14 +74,6 @@ Data anyBytes(size_t count)
     return {std::vector<session::Byte>(count), 0};
 }
 
-std::vector<uint8_t> bytesOf(const Data& data)
-{
-    std::vector<uint8_t> bytes;
-    for (const session::Byte& byte : data.bytes)
-        bytes.push_back(byte.value_or(0));
-    return bytes;
-}
-
 // I2C
 
 I2cMessage toWrite(const OpenFile& file, const std::vector<uint8_t>& bytes)

@@ -55,14 +55,6 @@ void printLine(const std::string& text)
     std::fprintf(stderr, "%s\n", text.c_str());
 }
 
-std::vector<uint8_t> bytesOf(const session::Data& data)
-{
-    std::vector<uint8_t> bytes;
-    for (const session::Byte& byte : data.bytes)
-        bytes.push_back(byte.value_or(0));
-    return bytes;
-}
-
 /// One run of a program.
 class Run
 {

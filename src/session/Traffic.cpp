@@ -312,6 +312,14 @@ Data known(const std::vector<uint8_t>& bytes)
     return {{bytes.begin(), bytes.end()}, 0};
 }
 
+std::vector<uint8_t> bytesOf(const Data& data)
+{
+    std::vector<uint8_t> bytes;
+    for (const Byte& byte : data.bytes)
+        bytes.push_back(byte.value_or(0));
+    return bytes;
+}
+
 Data planned(size_t count)
 {
     return {{}, count};

@@ -29,6 +29,9 @@ struct Data {
 Data known(const std::vector<uint8_t>& bytes);
 Data planned(size_t count);
 
+/// Bytes that may be anything as 0.
+std::vector<uint8_t> bytesOf(const Data& data);
+
 /// Bytes and what is missing.
 size_t length(const Data& data);
 

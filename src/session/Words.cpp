@@ -13,7 +13,6 @@ namespace
 
 constexpr auto blanks = " \t\r";
 constexpr auto marks = ";,";
-constexpr auto hexDigits = "0123456789abcdef";
 
 bool isOneOf(char character, const char* set)
 {
@@ -146,7 +145,7 @@ std::string quoted(const std::string& text)
         else if (character == '"' || character == '\\')
             result += {'\\', character};
         else if (byte < 0x20 || byte >= 0x7f)
-            result += {'\\', 'x', hexDigits[byte >> 4], hexDigits[byte & 0xf]};
+            result += {'\\', 'x', "0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 0xf]};
         else
             result += character;
     }

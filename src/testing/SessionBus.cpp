@@ -50,14 +50,6 @@ void findAddress(const std::vector<Item>& items, std::optional<uint16_t>& addres
     }
 }
 
-ByteArray bytesOf(const session::Data& data)
-{
-    ByteArray bytes;
-    for (const session::Byte& byte : data.bytes)
-        bytes.push_back(byte.value_or(0));
-    return bytes;
-}
-
 }  // namespace
 
 class SessionBus::Impl

@@ -1,6 +1,7 @@
 #include "base/Bytes.h"
 
 #include "base/Failure.h"
+#include "base/Values.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +11,6 @@ namespace
 {
 
 constexpr size_t bytesPerLine = 16;
-constexpr auto hexDigits = "0123456789abcdefABCDEF";
 constexpr auto separators = " \t\r\n:,";
 
 uint8_t byteOf(const std::string& pair)
@@ -40,9 +40,8 @@ std::string inPairs(const std::string& evenDigits)
 /// Appends "de", "dead" or "0xdead".
 void addGroup(const std::string& group, ByteArray& bytes)
 {
-    const bool hasPrefix = group.compare(0, 2, "0x") == 0 || group.compare(0, 2, "0X") == 0;
-    const std::string run = hasPrefix ? group.substr(2) : group;
-    if (run.empty() || run.find_first_not_of(hexDigits) != std::string::npos)
+    const std::string run = hasHexPrefix(group) ? group.substr(2) : group;
+    if (!consistsOf(run, hexDigits))
         throw Failure{WrongCommandLine, "bytes \"" + group + "\": not hex digits"};
     if (run.size() % 2 != 0)
         refuseOddDigits(group, run);

@@ -10,7 +10,6 @@ namespace
 {
 
 constexpr auto decimalDigits = "0123456789";
-constexpr auto hexDigits = "0123456789abcdefABCDEF";
 
 }  // namespace
 

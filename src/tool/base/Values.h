@@ -15,6 +15,7 @@
 using std::chrono::milliseconds;
 
 constexpr size_t maxBytes = 16 * 1024 * 1024;
+constexpr auto hexDigits = "0123456789abcdefABCDEF";
 
 [[noreturn]] void refuse(const std::string& message);
 
