@@ -64,3 +64,7 @@ class SerialComm(ConanFile):
         line.requires = ["serialComm"]
         line.set_property("cmake_target_name", "serialComm::line")
         line.set_property("pkg_config_name", "serialCommLine")
+        testing = self.cpp_info.components["testing"]
+        testing.libs = ["serialComm_testing"]
+        testing.requires = ["serialComm"]
+        testing.set_property("cmake_target_name", "serialComm::testing")

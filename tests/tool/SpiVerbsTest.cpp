@@ -268,7 +268,7 @@ TEST_F(SpiVerbs, RepeatATransfer)
 std::string summaryOf(const Outcome& outcome)
 {
     const std::vector<std::string> lines = linesOf(outcome.out);
-    return lines.empty() ? "" : std::regex_replace(lines.back(), std::regex{"at \\d+"}, "at N");
+    return lines.empty() ? "" : std::regex_replace(lines.back(), std::regex{"\\d+ bytes/s"}, "N bytes/s");
 }
 
 TEST_F(SpiVerbs, TestComparesWhatComesBack)
@@ -277,7 +277,7 @@ TEST_F(SpiVerbs, TestComparesWhatComesBack)
     EXPECT_EQ(0, outcome.status);
     EXPECT_EQ("", outcome.err);
     EXPECT_EQ(1U, linesOf(outcome.out).size());
-    EXPECT_EQ("/dev/spidev2.0: 22 bursts, 6574 bytes at N bytes/s", summaryOf(outcome));
+    EXPECT_EQ("/dev/spidev2.0: 22 bursts, 6574 bytes, N bytes/s, 0 failed", summaryOf(outcome));
     std::string values;
     for (int value = 0; value < 256; ++value)
         values += (value == 0 ? "" : " ") + hexPair(static_cast<unsigned int>(value));
@@ -288,7 +288,7 @@ TEST_F(SpiVerbs, TestComparesWhatComesBack)
     EXPECT_TRUE(bus->sent.empty());
 
     kernel.devices[bufsizPath] = std::make_shared<FakeFile>("64\n");
-    EXPECT_EQ("/dev/spidev2.0: 14 bursts, 325 bytes at N bytes/s", summaryOf(tool("spi test 2.0")));
+    EXPECT_EQ("/dev/spidev2.0: 14 bursts, 325 bytes, N bytes/s, 0 failed", summaryOf(tool("spi test 2.0")));
 }
 
 TEST_F(SpiVerbs, TestNamesTheFault)
@@ -311,19 +311,20 @@ TEST_F(SpiVerbs, TestNamesTheFault)
     } cases[] = {
         {[](const ByteArray& out) { return ByteArray(out.size(), 0xff); },
          "every value, 256 bytes: byte 0: sent 00, got ff; 255 bytes of 256 differ",
-         "21 of 22 bursts came back changed; all ff: MISO floats"},
+         "21 of 22 bursts came back different; all ff: MISO floats"},
         {[](const ByteArray& out) { return ByteArray(out.size()); },
          "every value, 256 bytes: byte 1: sent 01, got 00; 255 bytes of 256 differ",
-         "21 of 22 bursts came back changed; all 00: MISO is held low, or floats with a pull-down"},
+         "21 of 22 bursts came back different; all 00: MISO is held low, or floats with a pull-down"},
         {shifted, "every value, 256 bytes: byte 1: sent 01, got 00; 255 bytes of 256 differ",
-         "21 of 22 bursts came back changed; shifted by one bit: try another mode"},
+         "21 of 22 bursts came back different; shifted by one bit: try another mode"},
         {[](const ByteArray& out) {
              ByteArray in = out;
              if (in.size() == 256)
                  in[17] ^= 0x04;
              return in;
          },
-         "every value, 256 bytes: byte 17: sent 11, got 15; 1 byte of 256 differs", "1 of 22 bursts came back changed"},
+         "every value, 256 bytes: byte 17: sent 11, got 15; 1 byte of 256 differs",
+         "1 of 22 bursts came back different"},
         {[](const ByteArray& out) {  // a byte is dropped, and all behind it is early
              ByteArray in = out;
              if (in.size() == 64) {
@@ -332,7 +333,7 @@ TEST_F(SpiVerbs, TestNamesTheFault)
              }
              return in;
          },
-         "random, 64 bytes: byte 5: sent ", "1 of 22 bursts came back changed"},
+         "random, 64 bytes: byte 5: sent ", "1 of 22 bursts came back different"},
     };
     for (const auto& row : cases) {
         SCOPED_TRACE(row.message);
@@ -340,7 +341,8 @@ TEST_F(SpiVerbs, TestNamesTheFault)
         const Outcome outcome = tool("spi test 2.0");
         EXPECT_EQ(1, outcome.status);
         EXPECT_EQ(row.firstLine, linesOf(outcome.out).front().substr(0, row.firstLine.size()));
-        EXPECT_EQ("/dev/spidev2.0: 22 bursts, 6574 bytes at N bytes/s", summaryOf(outcome));
+        const std::string failed = row.message.substr(0, row.message.find(' '));
+        EXPECT_EQ("/dev/spidev2.0: 22 bursts, 6574 bytes, N bytes/s, " + failed + " failed", summaryOf(outcome));
         EXPECT_EQ("serialcomm: /dev/spidev2.0: " + row.message +
                       "\n  try: a jumper between MOSI and MISO, a lower --speed, another --mode\n",
                   outcome.err);
@@ -349,11 +351,15 @@ TEST_F(SpiVerbs, TestNamesTheFault)
     const std::vector<std::string> lines = linesOf(tool("spi test 2.0 --json").out);
     EXPECT_EQ(23U, lines.size());
     EXPECT_EQ(R"({"device":"/dev/spidev2.0","burst":"every value, 256 bytes","size":256,)"
-              R"("error":{"position":17,"sent":17,"got":21,"count":1}})",
+              R"("ok":false,"error":"changed","count":1,"position":17,"sent":17,"got":21})",
               lines[0]);
-    EXPECT_EQ(R"({"device":"/dev/spidev2.0","burst":"00, 16 bytes","size":16,"error":null})", lines[1]);
+    EXPECT_EQ(
+        R"({"device":"/dev/spidev2.0","burst":"00, 16 bytes","size":16,"ok":true,"error":null,"count":null,"position":null,)"
+        R"("sent":null,"got":null})",
+        lines[1]);
     EXPECT_TRUE(std::regex_match(
-        lines[22], std::regex{R"(\{"device":"/dev/spidev2.0","bursts":22,"errors":1,"bytes":6574,"rate":[1-9]\d*\})"}))
+        lines[22],
+        std::regex{R"(\{"device":"/dev/spidev2.0","bursts":22,"failed":1,"bytes":6574,"bytes_per_second":[1-9]\d*\})"}))
         << lines[22];
     bus->error = ESHUTDOWN;
     EXPECT_EQ("serialcomm: /dev/spidev2.0 is gone: its driver was unbound\n", tool("spi test 2.0").err);

@@ -451,12 +451,15 @@ TEST(UartTest, JsonIsAnObjectPerBurst)
     const Device device;
     const Echo echo{device, faultyEchoes[0].fault};
     const std::string out = toolAt(device, {"test", "--size", "1", "--rounds", "2", "--json"}).out;
-    EXPECT_NE(std::string::npos,
-              out.find(R"({"burst":"every value, 1 byte","size":1,"ok":true,"error":null,"count":null,"position":null,)"
-                       R"("sent":null,"got":null})"))
+    EXPECT_NE(
+        std::string::npos,
+        out.find(
+            R"({"device":"PORT","burst":"every value, 1 byte","size":1,"ok":true,"error":null,"count":null,"position":null,)"
+            R"("sent":null,"got":null})"))
         << out;
     EXPECT_NE(std::string::npos, out.find(R"("ok":false,"error":"changed","count":1,"position":0,"sent":)")) << out;
-    EXPECT_NE(std::string::npos, out.find(R"({"bursts":14,"failed":1,"bytes":14,"bytes_per_second":)")) << out;
+    EXPECT_NE(std::string::npos, out.find(R"({"device":"PORT","bursts":14,"failed":1,"bytes":14,"bytes_per_second":)"))
+        << out;
 }
 
 TEST(UartTest, AnOpenLineIsNoticedAtOnce)

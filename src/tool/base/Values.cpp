@@ -81,6 +81,11 @@ void checkSize(size_t size, size_t most, const std::string& unit)
         refuse(std::to_string(size) + " bytes: " + unit + " holds at most " + std::to_string(most));
 }
 
+std::string byteCount(size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
 size_t parseCount(const std::string& text, size_t most, const std::string& unit)
 {
     const auto count = numberOf(text, 10);

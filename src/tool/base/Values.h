@@ -35,6 +35,9 @@ std::string nodePath(const std::string& device, const std::string& prefix, bool 
 /// The digits after 0x, for a value up to `most`. A number without 0x is ambiguous: the Failure names both readings.
 std::string hexDigitsOf(const std::string& what, const std::string& text, uint64_t most);
 
+/// "1 byte", "2 bytes"
+std::string byteCount(size_t count);
+
 /// 1 to `most`. `unit` is what holds the bytes, for the message: "an I2C message".
 size_t parseCount(const std::string& text, size_t most, const std::string& unit);
 

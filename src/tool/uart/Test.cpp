@@ -2,12 +2,9 @@
 
 #include "uart/Verbs.h"
 
-#include "TestPatterns.h"
+#include "base/TestReport.h"
 #include "uart/Port.h"
 #include "uart/Values.h"
-
-#include <array>
-#include <cstdio>
 
 namespace uart
 {
@@ -49,34 +46,11 @@ std::string traffic(const Test& request)
     return lines + request.traffic();
 }
 
-const char* nameOf(Difference::Kind kind)
-{
-    switch (kind) {
-    case Difference::Kind::Nothing:
-        return "nothing";
-    case Difference::Kind::Lost:
-        return "lost";
-    case Difference::Kind::Added:
-        return "added";
-    case Difference::Kind::Late:
-    case Difference::Kind::Early:
-        return "shifted";
-    default:
-        return "changed";
-    }
-}
-
-struct Totals {
-    size_t bursts = 0;
-    size_t failed = 0;
-    size_t bytes = 0;
-    std::chrono::duration<double> time{};
-};
-
 class Loopback
 {
 public:
-    Loopback(const Test& test, Output& shown) : request(test), output(shown), port(openPort(test, traffic(test), shown))
+    Loopback(const Test& test, Output& shown)
+        : request(test), output(shown), port(openPort(test, traffic(test), shown)), report(test.path, shown)
     {
     }
 
@@ -90,7 +64,7 @@ public:
             }
         }
         port->flush();
-        report();
+        report.finish();
     }
 
 private:
@@ -101,12 +75,15 @@ private:
         ByteArray got;
         while (got.size() < burst.bytes.size() && receiveInto(got, request.timeout)) {
         }
-        totals.time += steady_clock::now() - start;
+        const auto time = steady_clock::now() - start;
         while (got.size() < 2 * maxBurst && receiveInto(got, timeForExtraBytes)) {
         }
-        totals.bytes += burst.bytes.size();
-        ++totals.bursts;
-        judge(burst, difference(burst.bytes, got));
+        const std::optional<Difference> different = difference(burst.bytes, got);
+        report.add(burst, different, time);
+        if (different && different->kind == Difference::Kind::Nothing && report.bursts() == 1)
+            throw Failure{TransferFailed, request.path + ": nothing came back at " + request.text(),
+                          "connect TX to RX, or at the other end: serialcomm uart echo PORT -b " +
+                              std::to_string(request.baudRate)};
     }
 
     /// false after silence.
@@ -117,45 +94,10 @@ private:
         return !bytes.empty();
     }
 
-    void judge(const TestBurst& burst, const std::optional<Difference>& found)
-    {
-        if (output.json() || found)
-            output.result({{"burst", burst.name},
-                           {"size", burst.bytes.size()},
-                           {"ok", !found},
-                           {"error", found ? Json{nameOf(found->kind)} : Json{}},
-                           {"count", found ? Json{found->count} : Json{}},
-                           {"position", found ? Json{found->position} : Json{}},
-                           {"sent", found ? Json{found->sent} : Json{}},
-                           {"got", found ? Json{found->got} : Json{}}},
-                          found ? burst.name + ": " + ::describe(*found, burst.bytes.size()) : "");
-        totals.failed += found ? 1 : 0;
-        if (found && found->kind == Difference::Kind::Nothing && totals.bursts == 1)
-            throw Failure{TransferFailed, request.path + ": nothing came back at " + request.text(),
-                          "connect TX to RX, or at the other end: serialcomm uart echo PORT -b " +
-                              std::to_string(request.baudRate)};
-    }
-
-    void report()
-    {
-        const double rate = static_cast<double>(totals.bytes) / totals.time.count();
-        std::array<char, 64> rateText{};
-        std::snprintf(rateText.data(), rateText.size(), "%.0f bytes/s", rate);
-        output.result({{"bursts", totals.bursts},
-                       {"failed", totals.failed},
-                       {"bytes", totals.bytes},
-                       {"bytes_per_second", static_cast<uint64_t>(rate)}},
-                      request.path + ": " + std::to_string(totals.bursts) + " bursts, " + byteCount(totals.bytes) +
-                          ", " + rateText.data() + ", " + std::to_string(totals.failed) + " failed");
-        if (totals.failed > 0)
-            throw Failure{TransferFailed, request.path + ": " + std::to_string(totals.failed) + " of " +
-                                              std::to_string(totals.bursts) + " bursts came back different"};
-    }
-
     const Test& request;
     Output& output;
     std::unique_ptr<Port> port;
-    Totals totals;
+    TestReport report;
 };
 
 void run(const Test& request, Output& output)

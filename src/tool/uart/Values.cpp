@@ -131,11 +131,6 @@ void describeBaud(Grammar& grammar, std::optional<uint32_t>& baudRate)
     grammar.option("-b,--baud", "N", "Any baud rate", baudRate, parseBaudRate).suggest(baudRateTexts());
 }
 
-std::string byteCount(size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
-}
-
 std::string secondsText(milliseconds time)
 {
     std::string fraction = std::to_string(1000 + time.count() % 1000).substr(1);

@@ -49,9 +49,6 @@ void describeModemLines(Grammar& grammar, std::optional<bool>& dtr, std::optiona
 Argument& describeSwitch(Grammar& grammar, const std::string& name, const std::string& help,
                          std::optional<bool>& field);
 
-/// "1 byte", "2 bytes"
-std::string byteCount(size_t count);
-
 /// "1 s", "0.5 s"
 std::string secondsText(milliseconds time);
 
