@@ -1,5 +1,5 @@
 # The chart of docs/performance.md from the lines of wide.awk: gnuplot -e "wide='FILE'" bench/plot.gp
-set terminal svg size 960,860 font 'sans-serif,14' background 'white'
+set terminal svg size 960,860 font 'sans-serif,14'
 set datafile separator '\t'
 set datafile missing '-'
 set multiplot layout 2,1
@@ -7,10 +7,10 @@ set style fill solid noborder
 set border 3
 set tics nomirror out
 set xtics scale 0
-set grid y lc rgb '#dddddd'
+set grid y lc rgb '#808080'
 set key top left Left reverse
 
-ours = '#1f77b4'; asio = '#9e9e9e'; libserialport = '#e0a030'; vector = '#9ecae1'; bare = '#555555'
+ours = '#1f77b4'; asio = '#9e9e9e'; libserialport = '#e0a030'; vector = '#9ecae1'; bare = '#808080'
 
 set title "UART over a pseudo-terminal: time of one call, the bare system call = 1" font ',16'
 set style data histogram

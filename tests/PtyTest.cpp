@@ -55,6 +55,19 @@ TEST_F(RealKernel, MasterAndSlaveExchangeBytes)
     EXPECT_THAT(lines(), IsEmpty());
 }
 
+TEST_F(RealKernel, OpeningDiscardsWhatIsWaiting)
+{
+    Uart master = newPseudoTerminal();
+    const std::string path = slaveOf(master);
+    Uart first{path, 9600, 1, "none", true};
+    Uart second{path, 9600, 1, "none", true};
+    ASSERT_TRUE(first.init());
+    ASSERT_TRUE(master.write(bytes("old")));
+    ASSERT_TRUE(second.init());
+    ASSERT_TRUE(master.write(bytes("new")));
+    EXPECT_EQ(bytes("new"), second.read(64));
+}
+
 TEST_F(RealKernel, ABlockingReadWaitsHalfASecond)
 {
     Uart master = newPseudoTerminal();

@@ -9,9 +9,9 @@
 namespace serialComm::testing
 {
 
-/// A chip with 256 registers of one byte, as many chips are on both buses. The first byte sent is a register's number;
-/// bytes after it are written to that register and the next ones. On I2C reading goes on from there. On SPI the top bit
-/// of the number is set to read, and the registers come in after it.
+/// A chip with 256 one-byte registers. It behaves as many chips do: the first byte sent is a register's number, and
+/// bytes after it are written to that register and the next ones. On I2C, a read continues from there. On SPI, the top
+/// bit of the number is set for a read, and the registers follow in the same transfer.
 ///
 /// @code
 /// serialComm::testing::RegisterChip chip;
@@ -36,8 +36,8 @@ public:
         bool operator==(const Written& other) const { return reg == other.reg && bytes == other.bytes; }
     };
 
-    std::array<uint8_t, 256> registers{};  ///< To be set and looked at by the test.
-    std::vector<Written> written;          ///< By each transfer that wrote registers, in their order.
+    std::array<uint8_t, 256> registers{};  ///< The contents, for the test to set and read.
+    std::vector<Written> written;          ///< What each transfer has written, in their order.
 
     /// How many transfers there were.
     [[nodiscard]] size_t calls() const { return counted; }

@@ -23,8 +23,8 @@ namespace serialComm::testing
 /// const ByteArray failed = bus.writeRead({0x00}, 2);       // empty, and an ERROR line in the log
 /// @endcode
 ///
-/// A call that is not the next line fails the test, and then fails as on a bus with EIO. What was never asked for fails
-/// the test when the object is destroyed.
+/// A call that is not the next line fails the test; it returns as after EIO on the bus. If lines are left over, the
+/// test fails when the object is destroyed.
 class SessionBus : public TestBus
 {
 public:
@@ -45,7 +45,7 @@ public:
     ///
     /// @param file Path of the file.
     /// @param device Path of the bus's node, as in the session: "/dev/i2c-4".
-    /// @param address 7-bit address on I2C; lines about others are left out. Without meaning on SPI.
+    /// @param address 7-bit address on I2C; lines about other chips are skipped. Ignored on SPI.
     /// @param fail What makes a test fail.
     /// @return The bus.
     /// @throws std::invalid_argument when the file cannot be read, is no session, or has no transfer of this chip.
@@ -58,7 +58,7 @@ public:
     /// Fails the test if anything is left.
     ~SessionBus() override;
 
-    /// Opens the device, as the session has it; true where it has no such line.
+    /// Returns the result of the session's next "open" line; true if the session has no such line.
     bool init() override;
 
 private:

@@ -12,7 +12,7 @@ namespace serialComm::testing
 class TestBus : public SyncSerialBase
 {
 public:
-    /// The bus whose rules hold.
+    /// The bus that is imitated.
     enum class Kind { i2c, spi };
 
     ByteArray read(size_t len) override;
@@ -27,7 +27,7 @@ protected:
         std::optional<ByteArray> sent;  ///< Bytes to send.
         std::optional<size_t> wanted;   ///< How many to receive.
     };
-    /// What came of it.
+    /// The outcome of a transfer.
     struct Result {
         int error = 0;       ///< An errno, 0 for success.
         ByteArray received;  ///< As many bytes as were wanted, or fewer.
@@ -37,7 +37,7 @@ protected:
     /// A bus of this kind.
     explicit TestBus(Kind bus) : kind(bus) {}
 
-    /// Carries a transfer out.
+    /// Performs a transfer.
     virtual Result transfer(const Transfer& transfer) = 0;
 
     /// Sets the clock of SPI.
@@ -45,7 +45,7 @@ protected:
     /// @return An errno, 0 for success.
     virtual int setSpeed(int hz) = 0;
 
-    /// What it was made for.
+    /// The kind given to the constructor.
     [[nodiscard]] Kind busKind() const { return kind; }
 
 private:
