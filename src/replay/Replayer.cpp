@@ -442,7 +442,7 @@ std::vector<Failure> failuresOf(size_t index, const Event& event)
 std::string nameOf(const Failure& failure, const Event& event)
 {
     if (failure.shortCount)
-        return "only " + std::to_string(*failure.shortCount) + " bytes";
+        return "only " + std::to_string(*failure.shortCount) + (*failure.shortCount == 1 ? " byte" : " bytes");
     const auto* serial = std::get_if<SerialTransfer>(&event.what);
     if (serial != nullptr)
         return serial->received ? "nothing is received" : "the port is gone";
