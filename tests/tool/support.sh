@@ -242,3 +242,10 @@ with_device_rule() {
     (echo 0 >/tmp/rules/test/cgroup.procs && eval "$2") || true
     echo "$1" >/tmp/rules/test/devices.allow
 }
+
+# Does the words with an empty /dev, as a user without rights if the system permits that (not in a chroot).
+with_empty_dev() {
+    options=-Urm
+    unshare $options true 2>/dev/null || options=-m
+    unshare $options sh -c "mount -t tmpfs none /dev && $1"
+}
