@@ -1,8 +1,6 @@
 #include "watch/Events.h"
 
-extern "C" {
 #include <event-parse.h>
-}
 #include <string.h>
 
 #include <algorithm>
