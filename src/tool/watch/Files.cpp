@@ -28,7 +28,7 @@ ByteArray addressOf(const session::I2cMessage& message)
     const unsigned int direction = message.read ? 1 : 0;
     if (!message.tenBit)
         return {static_cast<uint8_t>(message.address << 1 | direction)};
-    return {static_cast<uint8_t>(0xf0 | message.address >> 7 << 1 | direction),
+    return {static_cast<uint8_t>(0xf0 | message.address >> 8 << 1 | direction),
             static_cast<uint8_t>(message.address & 0xff)};
 }
 
