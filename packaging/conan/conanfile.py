@@ -41,6 +41,7 @@ class SerialComm(ConanFile):
         CMakeDeps(self).generate()
         toolchain = CMakeToolchain(self)
         toolchain.cache_variables["SERIALCOMM_TOOL"] = bool(self.options.tool)
+        toolchain.cache_variables["SERIALCOMM_WATCH"] = False
         toolchain.generate()
 
     def build(self):

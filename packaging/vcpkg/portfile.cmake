@@ -3,7 +3,7 @@ vcpkg_check_linkage(ONLY_DYNAMIC_LIBRARY)
 cmake_path(SET SOURCE_PATH NORMALIZE "${CURRENT_PORT_DIR}/../..")
 
 vcpkg_check_features(OUT_FEATURE_OPTIONS options FEATURES tool SERIALCOMM_TOOL)
-vcpkg_cmake_configure(SOURCE_PATH "${SOURCE_PATH}" OPTIONS ${options})
+vcpkg_cmake_configure(SOURCE_PATH "${SOURCE_PATH}" OPTIONS ${options} -DSERIALCOMM_WATCH=OFF)
 vcpkg_cmake_install()
 vcpkg_cmake_config_fixup(PACKAGE_NAME serialComm CONFIG_PATH lib/cmake/serialComm)
 vcpkg_fixup_pkgconfig()

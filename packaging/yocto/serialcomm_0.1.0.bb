@@ -15,6 +15,7 @@ inherit cmake
 
 PACKAGECONFIG ??= "tool"
 PACKAGECONFIG[tool] = "-DSERIALCOMM_TOOL=ON,-DSERIALCOMM_TOOL=OFF,cli11 nlohmann-json"
+PACKAGECONFIG[watch] = "-DSERIALCOMM_WATCH=ON,-DSERIALCOMM_WATCH=OFF,libtraceevent libtracefs"
 EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DCMAKE_SKIP_INSTALL_RPATH=ON"
 
 # The library's file name has no version: it is needed at run time and is not a development link.

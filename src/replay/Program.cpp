@@ -193,7 +193,19 @@ Program::Program(const Command& command, const std::string& library, const std::
 {
     if (isStatic(foundInPath(command.program)))
         throw Problem(command.program + ": is linked statically, so its calls cannot be seen; link it dynamically", 2);
+    start(command, environmentWith(library, socketName), output);
+}
 
+Program::Program(const Command& command)
+{
+    std::vector<std::string> environment;
+    for (char** each = environ; *each != nullptr; ++each)
+        environment.emplace_back(*each);
+    start(command, environment, Output::shown);
+}
+
+void Program::start(const Command& command, const std::vector<std::string>& environment, Output output)
+{
     int errors[2];
     if (pipe2(errors, O_CLOEXEC) != 0)
         throw Problem(std::string{"a pipe: "} + strerror(errno), 1);
@@ -204,7 +216,6 @@ Program::Program(const Command& command, const std::string& library, const std::
         sigaction(each.signal, &action, &each.before);
     }
 
-    const std::vector<std::string> environment = environmentWith(library, socketName);
     process = fork();
     if (process == 0)
         execute(command, environment, output, errors[1]);

@@ -48,6 +48,11 @@ public:
     /// own.
     /// @throws Problem when it cannot be started, or is linked statically.
     Program(const Command& command, const std::string& library, const std::string& socketName, Output output);
+
+    /// The same without a library.
+    ///
+    /// @throws Problem when it cannot be started.
+    explicit Program(const Command& command);
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
     ~Program();
@@ -65,6 +70,8 @@ public:
     void kill();
 
 private:
+    void start(const Command& command, const std::vector<std::string>& environment, Output output);
+
     pid_t process = -1;
     int processDescriptor = -1;
     int signalNumber = 0;

@@ -249,3 +249,50 @@ with_empty_dev() {
     unshare $options true 2>/dev/null || options=-m
     unshare $options sh -c "mount -t tmpfs none /dev && $1"
 }
+
+instances=/sys/kernel/tracing/instances
+
+with_tracefs() {
+    mount -t tracefs tracefs /sys/kernel/tracing 2>/dev/null || true
+}
+
+# What a watch prints, without times, process numbers and durations.
+steady() {
+    sed -E 's/^ *[0-9]+\.[0-9]{6}  //; s/\[[0-9]+\] +/[N]  /; s/  +[0-9.]+ (us|ms|s)(  \(.*|)$/\2/'
+}
+
+# watched ARGS...: the lines of serialcomm watch. Standard output of its program is dropped.
+watched() {
+    with_tracefs
+    result=0
+    serialcomm watch "$@" >"$tmp/lines" || result=$?
+    grep -E '^ *[0-9]+\.[0-9]{6}  ' "$tmp/lines" | steady
+    return "$result"
+}
+
+# Starts serialcomm watch with these arguments, as start does, and waits until it records.
+start_watch() {
+    with_tracefs
+    start trace_pipe_raw "serialcomm watch $1" && await "[ \$(cat $instances/serialcomm-$process/events/spi/spi_message_done/enable) = 1 ]"
+}
+
+# Two watches at the same time: what each of them saw of the command.
+watched_twice() {
+    start_watch '--count 1'
+    watched --count 1 -- sh -c "$1"
+    wait "$process"
+    steady <"$tmp/out"
+}
+
+# Watches with a buffer for few events, while the watch cannot read them.
+watched_too_slowly() {
+    start_watch ''
+    echo 4 >"$instances/serialcomm-$process/buffer_size_kb"
+    kill -s STOP "$process"
+    serialcomm i2c get 4 0x48 0x00 2 --count 100 >/dev/null
+    kill -s CONT "$process"
+    await "grep -q lost $tmp/out"
+    ends_on INT 2>"$tmp/ended"
+    grep -o 'events of the kernel were lost here' "$tmp/out"
+    sed 's/lost [0-9]* /lost N /' "$tmp/ended"
+}

@@ -58,5 +58,10 @@ void OutputFile::replace(const ByteArray& content)
     const bool regular = fd != STDOUT_FILENO && fstat(fd, &file) == 0 && S_ISREG(file.st_mode);
     if (regular && ftruncate(fd, 0) != 0)
         throw fileFailure(path);
+    append(content);
+}
+
+void OutputFile::append(const ByteArray& content)
+{
     writeAll(fd, content.data(), content.size(), path == "-" ? "standard output" : path);
 }

@@ -22,6 +22,9 @@ public:
 
     void replace(const ByteArray& content);
 
+    /// Behind what replace() has written.
+    void append(const ByteArray& content);
+
 private:
     std::string path;
     int fd;

@@ -78,10 +78,25 @@ Argument& Grammar::words(const std::string& name, const std::string& help, std::
          }});
 }
 
+Argument& Grammar::optionalWords(const std::string& name, const std::string& help, std::vector<std::string>& field)
+{
+    Argument& argument = words(name, help, field);
+    argument.required = false;
+    return argument;
+}
+
 Argument& Grammar::program(const std::string& name, const std::string& help, std::vector<std::string>& field)
 {
     Argument& argument = words(name, help, field);
     argument.isProgram = true;
+    return argument;
+}
+
+Argument& Grammar::optionalProgram(const std::string& name, const std::string& help, std::vector<std::string>& field)
+{
+    Argument& argument = program(name, help, field);
+    argument.required = false;
+    argument.isBehindDashes = true;
     return argument;
 }
 
@@ -93,6 +108,10 @@ size_t Grammar::ownWords(const std::vector<std::string>& words) const
         before += (*argument)->isOption() ? 0 : 1;
     if (argument == all.end())
         return words.size();
+    if ((*argument)->isBehindDashes) {
+        const auto dashes = std::find(words.begin(), words.end(), "--");
+        return static_cast<size_t>(dashes - words.begin()) + (dashes == words.end() ? 0 : 1);
+    }
 
     bool isValue = false;
     bool isLiteral = false;

@@ -11,7 +11,7 @@
 #include <vector>
 
 /// What completion offers for a word.
-enum class Candidates { None, I2cBuses, SpiDevices, SerialPorts, Files };
+enum class Candidates { None, I2cBuses, SpiDevices, SerialPorts, Buses, Files };
 
 /// One word or option of a verb: the only place where its help, default and choices are written. Parser, help, manual
 /// page and completion are made from it.
@@ -30,6 +30,7 @@ struct Argument {
     std::vector<std::string> suggestions = {};  ///< for completion, if other values are valid as well
     bool many = false;                          ///< a repeated option takes all values behind it: "--read 0x00 0x01"
     bool isProgram = false;                     ///< this word and all behind it are another program's command line
+    bool isBehindDashes = false;                ///< of a program: "--" is in front of it
 
     /// "cr, lf or none"
     [[nodiscard]] std::string choiceText() const;
@@ -73,8 +74,14 @@ public:
     /// All words that follow, at least one: "BYTES...".
     Argument& words(const std::string& name, const std::string& help, std::vector<std::string>& field);
 
+    /// Words that may be left out.
+    Argument& optionalWords(const std::string& name, const std::string& help, std::vector<std::string>& field);
+
     /// Another program and its arguments, at least one word: everything that follows, whatever it looks like.
     Argument& program(const std::string& name, const std::string& help, std::vector<std::string>& field);
+
+    /// The same behind "--", if there is one.
+    Argument& optionalProgram(const std::string& name, const std::string& help, std::vector<std::string>& field);
 
     /// How many of the words are the verb's own: those behind them are another program's command line.
     [[nodiscard]] size_t ownWords(const std::vector<std::string>& words) const;

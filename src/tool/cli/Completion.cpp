@@ -34,12 +34,25 @@ Words candidatesOf(const Argument& argument, const std::string& current)
         names.emplace_back("pty");
         return names;
     }
+    case Candidates::Buses:  // depends on the words before
+        break;
     case Candidates::Files:
         return {"--files"};  // the shell completes file names itself
     case Candidates::None:
         break;
     }
     return argument.choices.empty() ? argument.suggestions : argument.choices;
+}
+
+/// For words that are a bus and its device in turns: "i2c", "4".
+Words busesOrDevices(const Words& before, const std::string& current)
+{
+    const std::string last = before.empty() ? "" : before.back();
+    if (last == i2cBuses.bus)
+        return devicesOf(i2cBuses, current);
+    if (last == spiDevices.bus)
+        return devicesOf(spiDevices, current);
+    return {i2cBuses.bus, spiDevices.bus, "--"};
 }
 
 /// Candidates after a verb: values of the preceding option, names of options, or the next word.
@@ -49,7 +62,8 @@ Words argumentsOf(const Verb& verb, const Words& before, const std::string& curr
     CommonOptions common;
     addCommonOptions(*command, common);
     const auto& arguments = command->grammar.arguments();
-    if (command->grammar.ownWords(before) < before.size())
+    const bool isProgram = command->grammar.ownWords(before) < before.size() || (!before.empty() && before.back() == "--");
+    if (isProgram)
         return {"--files"};
 
     const Argument* valueOf = nullptr;
@@ -70,6 +84,8 @@ Words argumentsOf(const Verb& verb, const Words& before, const std::string& curr
 
     Words names;
     for (const auto& argument : arguments) {
+        if (argument->candidates == Candidates::Buses && current.compare(0, 1, "-") != 0)
+            return busesOrDevices(before, current);
         if (!argument->isOption() && current.compare(0, 1, "-") != 0 && position-- == 0)
             return candidatesOf(*argument, current);
         if (!argument->isOption() || current.compare(0, 1, "-") != 0)

@@ -54,7 +54,8 @@ CLI::Option* addTo(CLI::App& app, const Argument& argument)
     CLI::Option* option = app.add_option(argument.name);
     option->multi_option_policy(argument.repeated ? CLI::MultiOptionPolicy::TakeAll : CLI::MultiOptionPolicy::TakeLast);
     option->required(argument.required);
-    if (argument.repeated && (!argument.isOption() || argument.many))
+    const bool isParsed = !argument.isBehindDashes;  // CLI11 takes one argument of any length
+    if (isParsed && argument.repeated && (!argument.isOption() || argument.many))
         option->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args();
     return option;
 }

@@ -7,6 +7,7 @@
 #include "programs/Verbs.h"
 #include "spi/Verbs.h"
 #include "uart/Verbs.h"
+#include "watch/Verb.h"
 
 #include <algorithm>
 
@@ -15,7 +16,7 @@ const Verbs& allVerbs()
     static const Verbs verbs = [] {
         Verbs all;
         for (const auto add :
-             {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addProgramVerbs, addBatchVerb})
+             {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addWatchVerb, addProgramVerbs, addBatchVerb})
             add(all);
         return all;
     }();
