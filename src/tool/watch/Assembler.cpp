@@ -133,7 +133,8 @@ void Assembler::addMessage(I2c& open, const I2cEvent& step)
 }
 
 /// The message that has this number in the transaction, of those that were recorded.
-static session::I2cMessage* messageOf(session::I2cTransfer& transfer, const std::vector<bool>& isRecorded, size_t number)
+static session::I2cMessage* messageOf(session::I2cTransfer& transfer, const std::vector<bool>& isRecorded,
+                                      size_t number)
 {
     if (number >= isRecorded.size() || !isRecorded[number])
         return nullptr;
@@ -210,7 +211,8 @@ static session::I2cTransfer messagesOf(const SmbusEvent& result, const std::vect
     const bool isQuick = result.protocol == I2C_SMBUS_QUICK;
     const bool isByte = result.protocol == I2C_SMBUS_BYTE;
     const bool isCall = result.protocol == I2C_SMBUS_PROC_CALL || result.protocol == I2C_SMBUS_BLOCK_PROC_CALL;
-    const bool hasNoCount = result.protocol == I2C_SMBUS_I2C_BLOCK_DATA || result.protocol == I2C_SMBUS_I2C_BLOCK_BROKEN;
+    const bool hasNoCount =
+        result.protocol == I2C_SMBUS_I2C_BLOCK_DATA || result.protocol == I2C_SMBUS_I2C_BLOCK_BROKEN;
     const bool writes = !result.isRead || isCall;
     const bool reads = result.isRead || isCall;
     const auto onWire = [&](const std::vector<uint8_t>& bytes) {

@@ -47,7 +47,8 @@ Failure noAccess(const std::string& path, int error)
 {
     if (error == EACCES || error == EPERM)
         return {CannotOpen, path + ": " + strerror(error) + "; only root may record what the kernel does",
-                "sudo serialcomm watch; in a container, give it the capability CAP_SYS_ADMIN and " + std::string{folder}};
+                "sudo serialcomm watch; in a container, give it the capability CAP_SYS_ADMIN and " +
+                    std::string{folder}};
     return {CannotOpen, path + ": " + strerror(error)};
 }
 
@@ -257,7 +258,8 @@ uint64_t Tracing::dropped() const
 Batch Tracing::take(uint64_t until)
 {
     std::stable_sort(pending.begin(), pending.end(), [](const Event& a, const Event& b) { return a.time < b.time; });
-    const auto end = std::find_if(pending.begin(), pending.end(), [&](const Event& event) { return event.time > until; });
+    const auto end =
+        std::find_if(pending.begin(), pending.end(), [&](const Event& event) { return event.time > until; });
     Batch batch;
     batch.events.assign(std::make_move_iterator(pending.begin()), std::make_move_iterator(end));
     pending.erase(pending.begin(), end);
