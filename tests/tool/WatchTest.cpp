@@ -372,6 +372,12 @@ TEST(WatchAssembler, WhatIsInProgressEndsAsIncomplete)
     EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S 48 W 00 P 0 us (its end was not recorded)",
                                         "[99] spidev1.0 MOSI 01 MISO -- x 1 0 us (its end was not recorded)"}),
               linesOf(assembler));
+    assembler.add(smbus(Smbus::reply, I2C_SMBUS_BYTE, {1}));  // of a request before
+    assembler.endAll();
+    EXPECT_EQ(std::vector<std::string>{}, linesOf(assembler));
+    assembler.add(smbus(Smbus::read, I2C_SMBUS_BYTE));
+    assembler.endAll();
+    EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S 50 R P 0 us (its end was not recorded)"}), linesOf(assembler));
     assembler.add(i2cResult(3, 1, 1));
     EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S ... P 0 us (1 of 1 messages not recorded)"}), linesOf(assembler));
 }

@@ -184,24 +184,20 @@ void Assembler::end(I2c open, uint64_t time, int result, size_t messages)
 
 void Assembler::add(const Event& event, const SmbusEvent& step)
 {
-    switch (step.kind) {
-    case SmbusEvent::Kind::write:
-    case SmbusEvent::Kind::read:
+    if (step.kind == SmbusEvent::Kind::write || step.kind == SmbusEvent::Kind::read) {
         smbus[step.adapter] = {event, step.bytes, {}, false};
-        break;
-    case SmbusEvent::Kind::reply:
-        smbus[step.adapter].received = step.bytes;
-        break;
-    case SmbusEvent::Kind::result: {
-        const auto open = smbus.find(step.adapter);
-        if (open == smbus.end())
-            break;
-        if (!open->second.isReplaced)
-            end(open->second, event, step);
-        smbus.erase(open);
-        break;
+        return;
     }
+    const auto open = smbus.find(step.adapter);
+    if (open == smbus.end())  // it began before the watch
+        return;
+    if (step.kind == SmbusEvent::Kind::reply) {
+        open->second.received = step.bytes;
+        return;
     }
+    if (!open->second.isReplaced)
+        end(open->second, event, step);
+    smbus.erase(open);
 }
 
 /// The messages that the request is on the wire, without a check byte.

@@ -137,9 +137,9 @@ uint64_t valueOf(const std::string& statistics, const std::string& key)
 
 }  // namespace
 
-void Tracing::FreeInstance::operator()(tracefs_instance* instance) const
+void Tracing::FreeInstance::operator()(tracefs_instance* used) const
 {
-    tracefs_instance_free(instance);
+    tracefs_instance_free(used);
 }
 
 Tracing::Tracing(const Scope& scope) : name(prefix + std::to_string(getpid()))
@@ -295,9 +295,9 @@ Batch Tracing::finish()
 
 std::string Tracing::threadName(int thread)
 {
-    const std::string now = firstLine("/proc/" + std::to_string(thread) + "/comm");
-    if (!now.empty())
-        return now;
+    const std::string alive = firstLine("/proc/" + std::to_string(thread) + "/comm");
+    if (!alive.empty())
+        return alive;
     char* saved = tracefs_instance_file_read(nullptr, "saved_cmdlines", nullptr);
     std::istringstream lines{saved != nullptr ? saved : ""};
     free(saved);

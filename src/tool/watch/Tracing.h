@@ -73,7 +73,7 @@ private:
     void remove();
 
     struct FreeInstance {
-        void operator()(tracefs_instance* instance) const;
+        void operator()(tracefs_instance* used) const;
     };
     std::string name;
     std::unique_ptr<tracefs_instance, FreeInstance> instance;
