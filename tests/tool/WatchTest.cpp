@@ -27,8 +27,8 @@ std::string lineOf(Transfer transfer)
 {
     const Place& place = transfer.place;
     const std::string number = std::to_string(place.number);
-    transfer.device = place.bus == Place::Bus::i2c ? "/dev/i2c-" + number
-                                                   : "/dev/spidev" + number + '.' + std::to_string(place.chip);
+    transfer.device =
+        place.bus == Place::Bus::i2c ? "/dev/i2c-" + number : "/dev/spidev" + number + '.' + std::to_string(place.chip);
     return '[' + std::to_string(transfer.thread) + "] " + shortName(transfer) + ' ' + trafficOf(transfer) + ' ' +
            durationText(transfer.duration) + (transfer.note.empty() ? "" : " (" + transfer.note + ')');
 }
@@ -74,13 +74,15 @@ TEST(WatchPages, RecordedOnesAreDecoded)
         {"long",
          {"[496] i2c-4 S 50 R -- x 4096 P 33.4 ms (4096 bytes read were not recorded)",
           "[502] i2c-4 S ... P 0 us (1 of 1 messages not recorded)",
-          "[507] spidev2.0 MOSI 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ... (70 bytes) MISO 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ... (70 bytes)  mode "
+          "[507] spidev2.0 MOSI 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ... (70 bytes) MISO 00 00 00 00 00 00 "
+          "00 00 00 00 00 00 00 00 00 00 ... (70 bytes)  mode "
           "0x03, 500000 Hz 212 us (64 of 70 bytes recorded)",
           "[512] spidev2.1 MOSI 05 MISO -- x 1  mode 0x00, 500000 Hz 206 us"}},
         {"smbus",
          {"[525] i2c-4 S 48 W 01 Sr 48 R 60 P 789 us", "[526] i2c-4 S 48 W 00 Sr 48 R 00 00 P 501 us",
-          "[527] i2c-4 S 48 W 01 60 P 452 us", "[528] i2c-4 S 48 R 60 P 495 us", "[530] i2c-4 S 50 W 08 01 02 03 P 873 us",
-          "[531] i2c-4 S 50 W 00 P 456 us", "[532] i2c-4 S 48 W 01 60 00 P 529 us"}},
+          "[527] i2c-4 S 48 W 01 60 P 452 us", "[528] i2c-4 S 48 R 60 P 495 us",
+          "[530] i2c-4 S 50 W 08 01 02 03 P 873 us", "[531] i2c-4 S 50 W 00 P 456 us",
+          "[532] i2c-4 S 48 W 01 60 00 P 529 us"}},
     };
     Decoder decoder;
     ASSERT_EQ(15U, learnAll(decoder));
@@ -106,7 +108,8 @@ TEST(WatchPages, LostEventsAreCounted)
               linesOf(eventsIn(decoder, bytes)).front());
 }
 
-/// The SMBus requests of a page without the I2C messages that the kernel made of them, as an adapter without I2C has them.
+/// The SMBus requests of a page without the I2C messages that the kernel made of them, as an adapter without I2C has
+/// them.
 TEST(WatchPages, RequestsOfAnSmbusAdapterAreTheSameTransfers)
 {
     Decoder decoder;
@@ -369,6 +372,12 @@ TEST(WatchAssembler, WhatIsInProgressEndsAsIncomplete)
     EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S 48 W 00 P 0 us (its end was not recorded)",
                                         "[99] spidev1.0 MOSI 01 MISO -- x 1 0 us (its end was not recorded)"}),
               linesOf(assembler));
+    assembler.add(smbus(Smbus::reply, I2C_SMBUS_BYTE, {1}));  // of a request before
+    assembler.endAll();
+    EXPECT_EQ(std::vector<std::string>{}, linesOf(assembler));
+    assembler.add(smbus(Smbus::read, I2C_SMBUS_BYTE));
+    assembler.endAll();
+    EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S 50 R P 0 us (its end was not recorded)"}), linesOf(assembler));
     assembler.add(i2cResult(3, 1, 1));
     EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S ... P 0 us (1 of 1 messages not recorded)"}), linesOf(assembler));
 }
@@ -468,15 +477,16 @@ TEST(WatchFiles, ACaptureHasAPacketForEachMessage)
     ByteArray capture = captureHeader();
     const ByteArray packets = packetsOf(i2cTransfer(), 3'000'000'005);
     capture.insert(capture.end(), packets.begin(), packets.end());
-    EXPECT_EQ((ByteArray{0x4d, 0x3c, 0xb2, 0xa1, 2, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 8, 0, 1, 0, 209, 0, 0, 0,  //
-                         3, 0, 0, 0, 5, 0, 0, 0, 7, 0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0, 0x90, 0,                 //
-                         3, 0, 0, 0, 5, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0, 4, 0, 0, 0, 0, 0x91, 0x19, 0x80}),
-              capture);
+    EXPECT_EQ(
+        (ByteArray{0x4d, 0x3c, 0xb2, 0xa1, 2, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 8, 0, 1, 0, 209, 0,    0,    0,  //
+                   3,    0,    0,    0,    5, 0, 0, 0, 7, 0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0,   0x90, 0,        //
+                   3,    0,    0,    0,    5, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0, 4, 0, 0, 0, 0,   0x91, 0x19, 0x80}),
+        capture);
     EXPECT_TRUE(packetsOf(spiTransfer("MOSI 9f MISO --"), 0).empty());
 
     Transfer cut = i2cTransfer();
     cut.what = std::get<session::I2cTransfer>(session::parseTransfer("S 3a5 R -- x 300 P"));
-    EXPECT_EQ((ByteArray{0, 0, 0, 0, 0, 0, 0, 0, 7, 0, 0, 0, 0x33, 1, 0, 0, 4, 0, 0, 0, 0, 0xf7, 0xa5}),
+    EXPECT_EQ((ByteArray{0, 0, 0, 0, 0, 0, 0, 0, 7, 0, 0, 0, 0x33, 1, 0, 0, 4, 0, 0, 0, 0x11, 0xf7, 0xa5}),
               packetsOf(cut, 0));
 }
 

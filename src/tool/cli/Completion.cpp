@@ -62,7 +62,8 @@ Words argumentsOf(const Verb& verb, const Words& before, const std::string& curr
     CommonOptions common;
     addCommonOptions(*command, common);
     const auto& arguments = command->grammar.arguments();
-    const bool isProgram = command->grammar.ownWords(before) < before.size() || (!before.empty() && before.back() == "--");
+    const bool isProgram =
+        command->grammar.ownWords(before) < before.size() || (!before.empty() && before.back() == "--");
     if (isProgram)
         return {"--files"};
 

@@ -15,8 +15,8 @@ const Verbs& allVerbs()
 {
     static const Verbs verbs = [] {
         Verbs all;
-        for (const auto add :
-             {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addWatchVerb, addProgramVerbs, addBatchVerb})
+        for (const auto add : {addListVerb, addDoctorVerb, addI2cVerbs, addSpiVerbs, addUartVerbs, addWatchVerb,
+                               addProgramVerbs, addBatchVerb})
             add(all);
         return all;
     }();

@@ -133,7 +133,8 @@ void Assembler::addMessage(I2c& open, const I2cEvent& step)
 }
 
 /// The message that has this number in the transaction, of those that were recorded.
-static session::I2cMessage* messageOf(session::I2cTransfer& transfer, const std::vector<bool>& isRecorded, size_t number)
+static session::I2cMessage* messageOf(session::I2cTransfer& transfer, const std::vector<bool>& isRecorded,
+                                      size_t number)
 {
     if (number >= isRecorded.size() || !isRecorded[number])
         return nullptr;
@@ -183,24 +184,20 @@ void Assembler::end(I2c open, uint64_t time, int result, size_t messages)
 
 void Assembler::add(const Event& event, const SmbusEvent& step)
 {
-    switch (step.kind) {
-    case SmbusEvent::Kind::write:
-    case SmbusEvent::Kind::read:
+    if (step.kind == SmbusEvent::Kind::write || step.kind == SmbusEvent::Kind::read) {
         smbus[step.adapter] = {event, step.bytes, {}, false};
-        break;
-    case SmbusEvent::Kind::reply:
-        smbus[step.adapter].received = step.bytes;
-        break;
-    case SmbusEvent::Kind::result: {
-        const auto open = smbus.find(step.adapter);
-        if (open == smbus.end())
-            break;
-        if (!open->second.isReplaced)
-            end(open->second, event, step);
-        smbus.erase(open);
-        break;
+        return;
     }
+    const auto open = smbus.find(step.adapter);
+    if (open == smbus.end())  // it began before the watch
+        return;
+    if (step.kind == SmbusEvent::Kind::reply) {
+        open->second.received = step.bytes;
+        return;
     }
+    if (!open->second.isReplaced)
+        end(open->second, event, step);
+    smbus.erase(open);
 }
 
 /// The messages that the request is on the wire, without a check byte.
@@ -210,7 +207,8 @@ static session::I2cTransfer messagesOf(const SmbusEvent& result, const std::vect
     const bool isQuick = result.protocol == I2C_SMBUS_QUICK;
     const bool isByte = result.protocol == I2C_SMBUS_BYTE;
     const bool isCall = result.protocol == I2C_SMBUS_PROC_CALL || result.protocol == I2C_SMBUS_BLOCK_PROC_CALL;
-    const bool hasNoCount = result.protocol == I2C_SMBUS_I2C_BLOCK_DATA || result.protocol == I2C_SMBUS_I2C_BLOCK_BROKEN;
+    const bool hasNoCount =
+        result.protocol == I2C_SMBUS_I2C_BLOCK_DATA || result.protocol == I2C_SMBUS_I2C_BLOCK_BROKEN;
     const bool writes = !result.isRead || isCall;
     const bool reads = result.isRead || isCall;
     const auto onWire = [&](const std::vector<uint8_t>& bytes) {

@@ -63,9 +63,9 @@ private:
     void end(Spi open, const Event& event, const SpiEvent& done);
     void changeChipSelect(const SpiEvent& step);
 
-    std::map<int, I2c> i2c;      ///< by adapter: it makes one transaction at a time
-    std::map<int, Smbus> smbus;  ///< by adapter
-    std::map<int, Spi> spi;      ///< by bus: what its controller has started
+    std::map<int, I2c> i2c;                              ///< by adapter: it makes one transaction at a time
+    std::map<int, Smbus> smbus;                          ///< by adapter
+    std::map<int, Spi> spi;                              ///< by bus: what its controller has started
     std::map<std::pair<int, uint64_t>, int> submitters;  ///< threads, by bus and message
     std::map<Place, Chip> chips;
     std::vector<Transfer> ended;

@@ -156,12 +156,12 @@ const Kind kinds[] = {
 const std::vector<EventName>& eventsOf(const std::string& bus)
 {
     static const std::vector<EventName> i2c = {
-        {"i2c", "i2c_write", true},       {"i2c", "i2c_read", true},        {"i2c", "i2c_reply", true},
-        {"i2c", "i2c_result", true},      {"smbus", "smbus_write", false},  {"smbus", "smbus_read", false},
-        {"smbus", "smbus_reply", false},  {"smbus", "smbus_result", false},
+        {"i2c", "i2c_write", true},      {"i2c", "i2c_read", true},        {"i2c", "i2c_reply", true},
+        {"i2c", "i2c_result", true},     {"smbus", "smbus_write", false},  {"smbus", "smbus_read", false},
+        {"smbus", "smbus_reply", false}, {"smbus", "smbus_result", false},
     };
     static const std::vector<EventName> spi = {
-        {"spi", "spi_setup", false},        {"spi", "spi_set_cs", false},       {"spi", "spi_message_submit", true},
+        {"spi", "spi_setup", false},        {"spi", "spi_set_cs", false},        {"spi", "spi_message_submit", true},
         {"spi", "spi_message_start", true}, {"spi", "spi_transfer_start", true}, {"spi", "spi_transfer_stop", true},
         {"spi", "spi_message_done", true},
     };

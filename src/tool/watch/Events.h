@@ -22,9 +22,9 @@ struct I2cEvent {
     int adapter = 0;
     unsigned int number = 0;  ///< of the message, from 0; of a result: how many messages there were
     uint16_t address = 0;
-    uint16_t flags = 0;   ///< of <linux/i2c.h>
-    size_t length = 0;    ///< of the message, even where `bytes` are fewer
-    int result = 0;       ///< messages that were transferred, or a negative errno
+    uint16_t flags = 0;  ///< of <linux/i2c.h>
+    size_t length = 0;   ///< of the message, even where `bytes` are fewer
+    int result = 0;      ///< messages that were transferred, or a negative errno
     std::vector<uint8_t> bytes = {};
 };
 
@@ -50,13 +50,13 @@ struct SpiEvent {
     Kind kind = Kind::done;
     int bus = 0;
     int chip = 0;
-    uint64_t message = 0;     ///< its address in the kernel
-    size_t length = 0;        ///< of a transfer, or of the message
-    size_t transferred = 0;   ///< of the message
-    uint32_t mode = 0;        ///< of <linux/spi/spi.h>
+    uint64_t message = 0;    ///< its address in the kernel
+    size_t length = 0;       ///< of a transfer, or of the message
+    size_t transferred = 0;  ///< of the message
+    uint32_t mode = 0;       ///< of <linux/spi/spi.h>
     uint32_t speedHz = 0;
-    int status = 0;           ///< of the setup
-    bool isActive = false;    ///< chip select
+    int status = 0;                      ///< of the setup
+    bool isActive = false;               ///< chip select
     std::vector<uint8_t> sent = {};      ///< the first bytes of a transfer; empty if nothing is sent
     std::vector<uint8_t> received = {};  ///< the same of what came
 };

@@ -2,6 +2,7 @@
 
 #include "watch/Render.h"
 
+#include <linux/i2c.h>
 #include <session/Session.h>
 
 #include <algorithm>
@@ -23,22 +24,24 @@ void append(ByteArray& bytes, uint32_t number)
     bytes.insert(bytes.end(), first, first + sizeof number);
 }
 
+/// The bytes behind the start of a message.
 ByteArray addressOf(const session::I2cMessage& message)
 {
+    const unsigned int address = message.address;
     const unsigned int direction = message.read ? 1 : 0;
     if (!message.tenBit)
-        return {static_cast<uint8_t>(message.address << 1 | direction)};
-    return {static_cast<uint8_t>(0xf0 | message.address >> 8 << 1 | direction),
-            static_cast<uint8_t>(message.address & 0xff)};
+        return {static_cast<uint8_t>(address << 1 | direction)};
+    return {static_cast<uint8_t>(0xf0 | address >> 8 << 1 | direction), static_cast<uint8_t>(address & 0xff)};
 }
 
+/// Bus, and the kernel's flags of the message in network order; then what is on the wire.
 ByteArray packetOf(const session::I2cMessage& message, int adapter)
 {
-    const ByteArray data = recorded(message.data);
-    ByteArray packet = {static_cast<uint8_t>(adapter & 0x7f), 0, 0, 0, 0};  // the bus and no flags
-    const ByteArray address = addressOf(message);
-    packet.insert(packet.end(), address.begin(), address.end());
-    packet.insert(packet.end(), data.begin(), data.end());
+    const unsigned int flags = message.flags | (message.read ? I2C_M_RD : 0U) | (message.tenBit ? I2C_M_TEN : 0U);
+    ByteArray packet = {static_cast<uint8_t>(adapter & 0x7f), 0, 0, static_cast<uint8_t>(flags >> 8),
+                        static_cast<uint8_t>(flags & 0xff)};
+    for (const ByteArray& part : {addressOf(message), recorded(message.data)})
+        packet.insert(packet.end(), part.begin(), part.end());
     return packet;
 }
 

@@ -30,8 +30,8 @@ public:
 private:
     struct Thread {
         std::string name;
-        std::string process;    ///< its number
-        uint64_t askedAt = 0;   ///< time of the transfer
+        std::string process;   ///< its number
+        uint64_t askedAt = 0;  ///< time of the transfer
     };
 
     const Thread& threadOf(const Transfer& transfer);

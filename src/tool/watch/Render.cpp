@@ -99,10 +99,8 @@ std::string textOf(const Transfer& transfer, const std::string& time)
 
 Fields fieldsOf(const Transfer& transfer, double time)
 {
-    Fields fields = {{"time", time},
-                     {"process", transfer.process},
-                     {"pid", transfer.thread},
-                     {"device", transfer.device}};
+    Fields fields = {
+        {"time", time}, {"process", transfer.process}, {"pid", transfer.thread}, {"device", transfer.device}};
     if (transfer.i2c() != nullptr) {
         fields["messages"] = messagesOf(*transfer.i2c());
     } else {

@@ -47,7 +47,8 @@ Failure noAccess(const std::string& path, int error)
 {
     if (error == EACCES || error == EPERM)
         return {CannotOpen, path + ": " + strerror(error) + "; only root may record what the kernel does",
-                "sudo serialcomm watch; in a container, give it the capability CAP_SYS_ADMIN and " + std::string{folder}};
+                "sudo serialcomm watch; in a container, give it the capability CAP_SYS_ADMIN and " +
+                    std::string{folder}};
     return {CannotOpen, path + ": " + strerror(error)};
 }
 
@@ -136,9 +137,9 @@ uint64_t valueOf(const std::string& statistics, const std::string& key)
 
 }  // namespace
 
-void Tracing::FreeInstance::operator()(tracefs_instance* instance) const
+void Tracing::FreeInstance::operator()(tracefs_instance* used) const
 {
-    tracefs_instance_free(instance);
+    tracefs_instance_free(used);
 }
 
 Tracing::Tracing(const Scope& scope) : name(prefix + std::to_string(getpid()))
@@ -257,7 +258,8 @@ uint64_t Tracing::dropped() const
 Batch Tracing::take(uint64_t until)
 {
     std::stable_sort(pending.begin(), pending.end(), [](const Event& a, const Event& b) { return a.time < b.time; });
-    const auto end = std::find_if(pending.begin(), pending.end(), [&](const Event& event) { return event.time > until; });
+    const auto end =
+        std::find_if(pending.begin(), pending.end(), [&](const Event& event) { return event.time > until; });
     Batch batch;
     batch.events.assign(std::make_move_iterator(pending.begin()), std::make_move_iterator(end));
     pending.erase(pending.begin(), end);
@@ -293,9 +295,9 @@ Batch Tracing::finish()
 
 std::string Tracing::threadName(int thread)
 {
-    const std::string now = firstLine("/proc/" + std::to_string(thread) + "/comm");
-    if (!now.empty())
-        return now;
+    const std::string alive = firstLine("/proc/" + std::to_string(thread) + "/comm");
+    if (!alive.empty())
+        return alive;
     char* saved = tracefs_instance_file_read(nullptr, "saved_cmdlines", nullptr);
     std::istringstream lines{saved != nullptr ? saved : ""};
     free(saved);

@@ -18,8 +18,8 @@ namespace watch
 
 /// What is recorded. If no bus is named, all that the kernel can record.
 struct Scope {
-    std::vector<int> adapters;                  ///< of I2C
-    std::vector<std::pair<int, int>> chips;     ///< of SPI: bus and chip select
+    std::vector<int> adapters;               ///< of I2C
+    std::vector<std::pair<int, int>> chips;  ///< of SPI: bus and chip select
     bool i2cOnly = false;
 
     [[nodiscard]] bool wantsAll() const { return adapters.empty() && chips.empty(); }
@@ -30,8 +30,8 @@ struct Scope {
 /// What happened until a time, in its order.
 struct Batch {
     std::vector<Event> events;
-    uint64_t lost = 0;      ///< events that the kernel dropped
-    uint64_t lostAt = 0;    ///< when, if some were: those after were recorded again
+    uint64_t lost = 0;    ///< events that the kernel dropped
+    uint64_t lostAt = 0;  ///< when, if some were: those after were recorded again
 };
 
 class Tracing
@@ -73,7 +73,7 @@ private:
     void remove();
 
     struct FreeInstance {
-        void operator()(tracefs_instance* instance) const;
+        void operator()(tracefs_instance* used) const;
     };
     std::string name;
     std::unique_ptr<tracefs_instance, FreeInstance> instance;

@@ -33,7 +33,7 @@ struct Transfer {
     /// A byte that the kernel did not record has no value.
     std::variant<session::I2cTransfer, session::SpiTransfer> what;
     std::string note = {};  ///< what was not recorded or not transferred: "1 of 2 messages not recorded"
-    bool failed = false;          ///< without an errno: the kernel records none of SPI
+    bool failed = false;    ///< without an errno: the kernel records none of SPI
 
     [[nodiscard]] const session::I2cTransfer* i2c() const { return std::get_if<session::I2cTransfer>(&what); }
     [[nodiscard]] const session::SpiTransfer* spi() const { return std::get_if<session::SpiTransfer>(&what); }

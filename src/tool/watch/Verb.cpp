@@ -19,7 +19,9 @@ std::string parseFile(const std::string& text)
 
 Request::Times parseTimes(const std::string& text)
 {
-    return text == "wall" ? Request::Times::wall : text == "relative" ? Request::Times::relative : Request::Times::start;
+    return text == "wall"       ? Request::Times::wall
+           : text == "relative" ? Request::Times::relative
+                                : Request::Times::start;
 }
 
 }  // namespace
@@ -29,7 +31,8 @@ void describe(Grammar& grammar, OutputOptions& output, Request& request)
     grammar.optionalWords("BUS", "i2c BUS or spi DEV, several if wanted; all of them if none is named", request.words)
         .show("[i2c BUS | spi DEV]...")
         .complete(Candidates::Buses);
-    grammar.optionalProgram("PROGRAM", "Program to watch by: starts it, and ends with it and its status", request.program)
+    grammar
+        .optionalProgram("PROGRAM", "Program to watch by: starts it, and ends with it and its status", request.program)
         .show("[-- PROGRAM ARGS...]");
     grammar.option("--address", "ADDR", "Only transfers of this I2C address", request.address, i2c::parseAddress);
     grammar.option("--process", "NAME|PID", "Only transfers of this process", request.process, parseWord);

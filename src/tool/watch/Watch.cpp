@@ -110,7 +110,8 @@ public:
             capture.emplace(request.captureFile);
         tracing.emplace(scope);
         if (!request.program.empty())
-            program.emplace(replay::Command{request.program.front(), {request.program.begin() + 1, request.program.end()}});
+            program.emplace(
+                replay::Command{request.program.front(), {request.program.begin() + 1, request.program.end()}});
         if (session)
             session->replace(bytesOf(session::versionLine()));
         if (capture)
@@ -211,9 +212,9 @@ private:
         if (!request.address || transfer.i2c() == nullptr)
             return true;
         const auto& messages = transfer.i2c()->messages;
-        return messages.empty() || std::any_of(messages.begin(), messages.end(), [&](const session::I2cMessage& message) {
-                   return message.address == *request.address;
-               });
+        return messages.empty() ||
+               std::any_of(messages.begin(), messages.end(),
+                           [&](const session::I2cMessage& message) { return message.address == *request.address; });
     }
 
     void show(const Transfer& transfer)
