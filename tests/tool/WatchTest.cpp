@@ -375,7 +375,7 @@ TEST(WatchAssembler, WhatIsInProgressEndsAsIncomplete)
     assembler.add(smbus(Smbus::reply, I2C_SMBUS_BYTE, {1}));  // of a request before
     assembler.endAll();
     EXPECT_EQ(std::vector<std::string>{}, linesOf(assembler));
-    assembler.add(smbus(Smbus::read, I2C_SMBUS_BYTE));
+    assembler.add(smbus(Smbus::read, I2C_SMBUS_BYTE, {}, 0, true));
     assembler.endAll();
     EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S 50 R P 0 us (its end was not recorded)"}), linesOf(assembler));
     assembler.add(i2cResult(3, 1, 1));
@@ -480,7 +480,7 @@ TEST(WatchFiles, ACaptureHasAPacketForEachMessage)
     EXPECT_EQ(
         (ByteArray{0x4d, 0x3c, 0xb2, 0xa1, 2, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 8, 0, 1, 0, 209, 0,    0,    0,  //
                    3,    0,    0,    0,    5, 0, 0, 0, 7, 0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0,   0x90, 0,        //
-                   3,    0,    0,    0,    5, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0, 4, 0, 0, 0, 0,   0x91, 0x19, 0x80}),
+                   3,    0,    0,    0,    5, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0, 4, 0, 0, 0, 1,   0x91, 0x19, 0x80}),
         capture);
     EXPECT_TRUE(packetsOf(spiTransfer("MOSI 9f MISO --"), 0).empty());
 

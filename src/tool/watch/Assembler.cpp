@@ -86,7 +86,7 @@ void Assembler::add(const Event& event, const I2cEvent& step)
 
     const bool isRequest = step.kind == I2cEvent::Kind::write || step.kind == I2cEvent::Kind::read;
     auto open = i2c.find(step.adapter);
-    const bool isNext = open != i2c.end() && isRequest && step.number < open->second.expected;
+    const bool isNext = open != i2c.end() && isRequest && open->second.isBehind(step.number);
     if (isNext) {  // the result of the one before is missing
         remark(open->second.transfer, endMissing);
         ended.push_back(std::move(open->second.transfer));
@@ -95,7 +95,7 @@ void Assembler::add(const Event& event, const I2cEvent& step)
     }
     if (open == i2c.end()) {
         const Place place{Place::Bus::i2c, step.adapter, 0};
-        open = i2c.emplace(step.adapter, I2c{transferAt(place, event), 0, {}, {}}).first;
+        open = i2c.emplace(step.adapter, I2c{transferAt(place, event)}).first;
         open->second.transfer.what = session::I2cTransfer{};
     }
 
@@ -125,31 +125,24 @@ void Assembler::addMessage(I2c& open, const I2cEvent& step)
         message.data = dataOf(step.bytes, step.length);
     std::get<session::I2cTransfer>(open.transfer.what).messages.push_back(message);
 
-    open.expected = step.number + 1;
-    open.isRecorded.resize(open.expected);
-    open.isRecorded[step.number] = true;
-    open.asked.resize(open.expected);
-    open.asked[step.number] = message.read ? step.length : 0;
+    open.messages.push_back({step.number, message.read ? step.length : 0});
 }
 
-/// The message that has this number in the transaction, of those that were recorded.
-static session::I2cMessage* messageOf(session::I2cTransfer& transfer, const std::vector<bool>& isRecorded,
-                                      size_t number)
+/// Whether a message of this number cannot follow: it is one of the next transaction.
+bool Assembler::I2c::isBehind(unsigned int number) const
 {
-    if (number >= isRecorded.size() || !isRecorded[number])
-        return nullptr;
-    const auto end = isRecorded.begin() + static_cast<std::ptrdiff_t>(number);
-    return &transfer.messages[static_cast<size_t>(std::count(isRecorded.begin(), end, true))];
+    return !messages.empty() && number <= messages.back().number;
 }
 
 void Assembler::addReply(I2c& open, const I2cEvent& step)
 {
     auto& transfer = std::get<session::I2cTransfer>(open.transfer.what);
-    session::I2cMessage* message = messageOf(transfer, open.isRecorded, step.number);
-    if (message == nullptr)
-        return;
-    message->data = dataOf(step.bytes, step.length);
-    open.asked[step.number] = 0;
+    for (size_t i = 0; i < open.messages.size(); ++i) {
+        if (open.messages[i].number != step.number)
+            continue;
+        transfer.messages[i].data = dataOf(step.bytes, step.length);
+        open.messages[i].asked = 0;
+    }
 }
 
 void Assembler::end(I2c open, uint64_t time, int result, size_t messages)
@@ -157,15 +150,13 @@ void Assembler::end(I2c open, uint64_t time, int result, size_t messages)
     auto& transfer = std::get<session::I2cTransfer>(open.transfer.what);
     const auto succeeded = static_cast<size_t>(std::max(result, 0));
     size_t bytesMissing = 0;
-    for (size_t i = 0; i < open.asked.size(); ++i) {
-        session::I2cMessage* message = messageOf(transfer, open.isRecorded, i);
-        if (message == nullptr || open.asked[i] == 0)
-            continue;
-        if (i < succeeded) {
-            message->data.bytes.resize(open.asked[i]);
-            bytesMissing += open.asked[i];
-        } else {
-            message->data.missing = open.asked[i];
+    for (size_t i = 0; i < open.messages.size(); ++i) {
+        const size_t asked = open.messages[i].asked;
+        if (open.messages[i].number >= succeeded) {
+            transfer.messages[i].data.missing = asked;
+        } else if (asked > 0) {
+            transfer.messages[i].data.bytes.resize(asked);
+            bytesMissing += asked;
         }
     }
     open.transfer.duration = time - open.transfer.time;
