@@ -353,6 +353,10 @@ TEST(WatchAssembler, Spi)
         {"failed",
          {spi(2, Spi::start, 10), sent, spi(4, Spi::done, 10, 4, 0)},
          {"[99] spidev1.0 MOSI 01 02 MISO -- x 2 2 us (failed after 0 of 4 bytes)"}},
+        {"a picture for a display",
+         {spi(2, Spi::start, 10), spiBytes(Spi::transferStart, 300'000, {1, 2}, {}),
+          spi(4, Spi::done, 10, 300'000, 300'000)},
+         {"[99] spidev1.0 MOSI 01 02 -- x 65534 MISO -- x 65536 2 us (2 of 300000 bytes recorded)"}},
         {"a driver that records no transfers",
          {spi(2, Spi::start, 10), spi(4, Spi::done, 10, 4, 4)},
          {"[99] spidev1.0 MOSI ... MISO ... 2 us (4 of 4 bytes not recorded)"}},
@@ -404,6 +408,8 @@ Transfer spiTransfer(const std::string& traffic)
     transfer.place = {Place::Bus::spi, 2, 0};
     transfer.device = "spi2.0";
     transfer.what = std::get<session::SpiTransfer>(session::parseTransfer(traffic));
+    for (const session::SpiSegment& segment : transfer.spi()->segments)
+        transfer.lengths.push_back(segment.out.bytes.size());
     return transfer;
 }
 

@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr uint16_t kernelsOwnFlags = I2C_M_RD | I2C_M_TEN | 0x0200;  ///< 0x0200: the buffer can be used by DMA
+constexpr size_t mostUnknown = 65536;  ///< bytes of SPI that are kept although they were not recorded
 constexpr const char* beginningMissing = "its beginning was not recorded";
 constexpr const char* endMissing = "its end was not recorded";
 
@@ -304,19 +305,21 @@ void Assembler::start(const Event& event, const SpiEvent& step)
 
 void Assembler::addTransfer(Spi& open, const SpiEvent& step)
 {
+    const size_t length = std::min(step.length, mostUnknown);
     session::SpiSegment segment;
-    segment.out = dataOf(step.sent, step.length);
+    segment.out = dataOf(step.sent, length);
     if (step.sent.empty())
-        segment.out.bytes.assign(step.length, uint8_t{0});  // a transfer that only receives sends zeros
-    segment.in.bytes.resize(step.length);
+        segment.out.bytes.assign(length, uint8_t{0});  // a transfer that only receives sends zeros
+    segment.in.bytes.resize(length);
     std::get<session::SpiTransfer>(open.transfer.what).segments.push_back(segment);
+    open.transfer.lengths.push_back(step.length);
 }
 
 void Assembler::endTransfer(Spi& open, const SpiEvent& step)
 {
     auto& segments = std::get<session::SpiTransfer>(open.transfer.what).segments;
     if (!segments.empty() && !step.received.empty())
-        segments.back().in = dataOf(step.received, step.length);
+        segments.back().in = dataOf(step.received, segments.back().out.bytes.size());
 }
 
 /// The line that is released and asserted again between two transfers of a message.
@@ -343,11 +346,12 @@ void Assembler::end(Spi open, const Event& event, const SpiEvent& done)
     open.transfer.duration = event.time - open.transfer.time;
     open.transfer.failed = done.transferred < done.length;
     size_t length = 0;
-    for (const session::SpiSegment& segment : transfer.segments) {
-        length += segment.out.bytes.size();
-        for (const session::Data* data : {&segment.out, &segment.in}) {
+    for (size_t i = 0; i < transfer.segments.size(); ++i) {
+        const size_t all = open.transfer.lengths[i];
+        length += all;
+        for (const session::Data* data : {&transfer.segments[i].out, &transfer.segments[i].in}) {
             if (isCut(*data)) {
-                remark(open.transfer, outOf(recorded(*data).size(), data->bytes.size(), "bytes recorded"));
+                remark(open.transfer, outOf(recorded(*data).size(), all, "bytes recorded"));
                 break;
             }
         }
