@@ -353,6 +353,10 @@ TEST(WatchAssembler, Spi)
         {"failed",
          {spi(2, Spi::start, 10), sent, spi(4, Spi::done, 10, 4, 0)},
          {"[99] spidev1.0 MOSI 01 02 MISO -- x 2 2 us (failed after 0 of 4 bytes)"}},
+        {"a picture for a display",
+         {spi(2, Spi::start, 10), spiBytes(Spi::transferStart, 300'000, {1, 2}, {}),
+          spi(4, Spi::done, 10, 300'000, 300'000)},
+         {"[99] spidev1.0 MOSI 01 02 -- x 65534 MISO -- x 65536 2 us (2 of 300000 bytes recorded)"}},
         {"a driver that records no transfers",
          {spi(2, Spi::start, 10), spi(4, Spi::done, 10, 4, 4)},
          {"[99] spidev1.0 MOSI ... MISO ... 2 us (4 of 4 bytes not recorded)"}},
@@ -375,7 +379,7 @@ TEST(WatchAssembler, WhatIsInProgressEndsAsIncomplete)
     assembler.add(smbus(Smbus::reply, I2C_SMBUS_BYTE, {1}));  // of a request before
     assembler.endAll();
     EXPECT_EQ(std::vector<std::string>{}, linesOf(assembler));
-    assembler.add(smbus(Smbus::read, I2C_SMBUS_BYTE));
+    assembler.add(smbus(Smbus::read, I2C_SMBUS_BYTE, {}, 0, true));
     assembler.endAll();
     EXPECT_EQ((std::vector<std::string>{"[7] i2c-4 S 50 R P 0 us (its end was not recorded)"}), linesOf(assembler));
     assembler.add(i2cResult(3, 1, 1));
@@ -404,6 +408,8 @@ Transfer spiTransfer(const std::string& traffic)
     transfer.place = {Place::Bus::spi, 2, 0};
     transfer.device = "spi2.0";
     transfer.what = std::get<session::SpiTransfer>(session::parseTransfer(traffic));
+    for (const session::SpiSegment& segment : transfer.spi()->segments)
+        transfer.lengths.push_back(segment.out.bytes.size());
     return transfer;
 }
 
@@ -480,7 +486,7 @@ TEST(WatchFiles, ACaptureHasAPacketForEachMessage)
     EXPECT_EQ(
         (ByteArray{0x4d, 0x3c, 0xb2, 0xa1, 2, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 8, 0, 1, 0, 209, 0,    0,    0,  //
                    3,    0,    0,    0,    5, 0, 0, 0, 7, 0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0,   0x90, 0,        //
-                   3,    0,    0,    0,    5, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0, 4, 0, 0, 0, 0,   0x91, 0x19, 0x80}),
+                   3,    0,    0,    0,    5, 0, 0, 0, 8, 0, 0, 0, 8, 0, 0, 0, 4, 0, 0, 0, 1,   0x91, 0x19, 0x80}),
         capture);
     EXPECT_TRUE(packetsOf(spiTransfer("MOSI 9f MISO --"), 0).empty());
 

@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr uint16_t kernelsOwnFlags = I2C_M_RD | I2C_M_TEN | 0x0200;  ///< 0x0200: the buffer can be used by DMA
+constexpr size_t mostUnknown = 65536;  ///< bytes of SPI that are kept although they were not recorded
 constexpr const char* beginningMissing = "its beginning was not recorded";
 constexpr const char* endMissing = "its end was not recorded";
 
@@ -86,7 +87,7 @@ void Assembler::add(const Event& event, const I2cEvent& step)
 
     const bool isRequest = step.kind == I2cEvent::Kind::write || step.kind == I2cEvent::Kind::read;
     auto open = i2c.find(step.adapter);
-    const bool isNext = open != i2c.end() && isRequest && step.number < open->second.expected;
+    const bool isNext = open != i2c.end() && isRequest && open->second.isBehind(step.number);
     if (isNext) {  // the result of the one before is missing
         remark(open->second.transfer, endMissing);
         ended.push_back(std::move(open->second.transfer));
@@ -95,7 +96,7 @@ void Assembler::add(const Event& event, const I2cEvent& step)
     }
     if (open == i2c.end()) {
         const Place place{Place::Bus::i2c, step.adapter, 0};
-        open = i2c.emplace(step.adapter, I2c{transferAt(place, event), 0, {}, {}}).first;
+        open = i2c.emplace(step.adapter, I2c{transferAt(place, event)}).first;
         open->second.transfer.what = session::I2cTransfer{};
     }
 
@@ -125,31 +126,24 @@ void Assembler::addMessage(I2c& open, const I2cEvent& step)
         message.data = dataOf(step.bytes, step.length);
     std::get<session::I2cTransfer>(open.transfer.what).messages.push_back(message);
 
-    open.expected = step.number + 1;
-    open.isRecorded.resize(open.expected);
-    open.isRecorded[step.number] = true;
-    open.asked.resize(open.expected);
-    open.asked[step.number] = message.read ? step.length : 0;
+    open.messages.push_back({step.number, message.read ? step.length : 0});
 }
 
-/// The message that has this number in the transaction, of those that were recorded.
-static session::I2cMessage* messageOf(session::I2cTransfer& transfer, const std::vector<bool>& isRecorded,
-                                      size_t number)
+/// Whether a message of this number cannot follow: it is one of the next transaction.
+bool Assembler::I2c::isBehind(unsigned int number) const
 {
-    if (number >= isRecorded.size() || !isRecorded[number])
-        return nullptr;
-    const auto end = isRecorded.begin() + static_cast<std::ptrdiff_t>(number);
-    return &transfer.messages[static_cast<size_t>(std::count(isRecorded.begin(), end, true))];
+    return !messages.empty() && number <= messages.back().number;
 }
 
 void Assembler::addReply(I2c& open, const I2cEvent& step)
 {
     auto& transfer = std::get<session::I2cTransfer>(open.transfer.what);
-    session::I2cMessage* message = messageOf(transfer, open.isRecorded, step.number);
-    if (message == nullptr)
-        return;
-    message->data = dataOf(step.bytes, step.length);
-    open.asked[step.number] = 0;
+    for (size_t i = 0; i < open.messages.size(); ++i) {
+        if (open.messages[i].number != step.number)
+            continue;
+        transfer.messages[i].data = dataOf(step.bytes, step.length);
+        open.messages[i].asked = 0;
+    }
 }
 
 void Assembler::end(I2c open, uint64_t time, int result, size_t messages)
@@ -157,15 +151,13 @@ void Assembler::end(I2c open, uint64_t time, int result, size_t messages)
     auto& transfer = std::get<session::I2cTransfer>(open.transfer.what);
     const auto succeeded = static_cast<size_t>(std::max(result, 0));
     size_t bytesMissing = 0;
-    for (size_t i = 0; i < open.asked.size(); ++i) {
-        session::I2cMessage* message = messageOf(transfer, open.isRecorded, i);
-        if (message == nullptr || open.asked[i] == 0)
-            continue;
-        if (i < succeeded) {
-            message->data.bytes.resize(open.asked[i]);
-            bytesMissing += open.asked[i];
-        } else {
-            message->data.missing = open.asked[i];
+    for (size_t i = 0; i < open.messages.size(); ++i) {
+        const size_t asked = open.messages[i].asked;
+        if (open.messages[i].number >= succeeded) {
+            transfer.messages[i].data.missing = asked;
+        } else if (asked > 0) {
+            transfer.messages[i].data.bytes.resize(asked);
+            bytesMissing += asked;
         }
     }
     open.transfer.duration = time - open.transfer.time;
@@ -313,19 +305,21 @@ void Assembler::start(const Event& event, const SpiEvent& step)
 
 void Assembler::addTransfer(Spi& open, const SpiEvent& step)
 {
+    const size_t length = std::min(step.length, mostUnknown);
     session::SpiSegment segment;
-    segment.out = dataOf(step.sent, step.length);
+    segment.out = dataOf(step.sent, length);
     if (step.sent.empty())
-        segment.out.bytes.assign(step.length, uint8_t{0});  // a transfer that only receives sends zeros
-    segment.in.bytes.resize(step.length);
+        segment.out.bytes.assign(length, uint8_t{0});  // a transfer that only receives sends zeros
+    segment.in.bytes.resize(length);
     std::get<session::SpiTransfer>(open.transfer.what).segments.push_back(segment);
+    open.transfer.lengths.push_back(step.length);
 }
 
 void Assembler::endTransfer(Spi& open, const SpiEvent& step)
 {
     auto& segments = std::get<session::SpiTransfer>(open.transfer.what).segments;
     if (!segments.empty() && !step.received.empty())
-        segments.back().in = dataOf(step.received, step.length);
+        segments.back().in = dataOf(step.received, segments.back().out.bytes.size());
 }
 
 /// The line that is released and asserted again between two transfers of a message.
@@ -352,11 +346,12 @@ void Assembler::end(Spi open, const Event& event, const SpiEvent& done)
     open.transfer.duration = event.time - open.transfer.time;
     open.transfer.failed = done.transferred < done.length;
     size_t length = 0;
-    for (const session::SpiSegment& segment : transfer.segments) {
-        length += segment.out.bytes.size();
-        for (const session::Data* data : {&segment.out, &segment.in}) {
+    for (size_t i = 0; i < transfer.segments.size(); ++i) {
+        const size_t all = open.transfer.lengths[i];
+        length += all;
+        for (const session::Data* data : {&transfer.segments[i].out, &transfer.segments[i].in}) {
             if (isCut(*data)) {
-                remark(open.transfer, outOf(recorded(*data).size(), data->bytes.size(), "bytes recorded"));
+                remark(open.transfer, outOf(recorded(*data).size(), all, "bytes recorded"));
                 break;
             }
         }

@@ -24,11 +24,15 @@ public:
     std::vector<Transfer> take() { return std::exchange(ended, {}); }
 
 private:
+    struct Message {
+        unsigned int number = 0;  ///< in the transaction
+        size_t asked = 0;         ///< bytes to be read, 0 once they came
+    };
     struct I2c {
         Transfer transfer;
-        size_t expected = 0;           ///< messages, as far as is known
-        std::vector<bool> isRecorded;  ///< of these messages
-        std::vector<size_t> asked;     ///< bytes of each read, 0 once they came
+        std::vector<Message> messages = {};  ///< as many as the transfer has
+
+        [[nodiscard]] bool isBehind(unsigned int number) const;
     };
     struct Smbus {
         Event request;
@@ -51,7 +55,7 @@ private:
     void add(const Event& event, const SmbusEvent& step);
     void add(const Event& event, const SpiEvent& step);
 
-    void addMessage(I2c& open, const I2cEvent& step);
+    static void addMessage(I2c& open, const I2cEvent& step);
     static void addReply(I2c& open, const I2cEvent& step);
     void end(I2c open, uint64_t time, int result, size_t messages);
 

@@ -45,11 +45,12 @@ Json messagesOf(const session::I2cTransfer& transfer)
     return messages;
 }
 
-Json segmentsOf(const session::SpiTransfer& transfer)
+Json segmentsOf(const Transfer& transfer)
 {
     std::vector<Fields> segments;
-    for (const session::SpiSegment& segment : transfer.segments) {
-        segments.push_back({{"length", segment.out.bytes.size()},
+    for (size_t i = 0; i < transfer.lengths.size(); ++i) {
+        const session::SpiSegment& segment = transfer.spi()->segments[i];
+        segments.push_back({{"length", transfer.lengths[i]},
                             {"sent", recorded(segment.out)},
                             {"received", recorded(segment.in)},
                             {"chip_select_change", segment.chipSelectChange}});
@@ -104,7 +105,7 @@ Fields fieldsOf(const Transfer& transfer, double time)
     if (transfer.i2c() != nullptr) {
         fields["messages"] = messagesOf(*transfer.i2c());
     } else {
-        fields["segments"] = segmentsOf(*transfer.spi());
+        fields["segments"] = segmentsOf(transfer);
         fields["mode"] = transfer.spi()->mode;
         fields["speed"] = transfer.spi()->speedHz;
     }

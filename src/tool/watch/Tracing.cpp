@@ -220,6 +220,9 @@ std::vector<struct pollfd> Tracing::descriptors() const
     std::vector<struct pollfd> all;
     for (const int fd : buffers)
         all.push_back({fd, POLLIN, 0});
+    poll(all.data(), all.size(), 0);
+    const auto isOff = [](const struct pollfd& each) { return (each.revents & POLLERR) != 0; };
+    all.erase(std::remove_if(all.begin(), all.end(), isOff), all.end());
     return all;
 }
 

@@ -45,7 +45,8 @@ public:
     Tracing& operator=(const Tracing&) = delete;
     ~Tracing();
 
-    /// For poll(): readable when something was recorded.
+    /// For poll(): readable when something was recorded. Those of processors that are switched off are left out: they
+    /// only report that.
     [[nodiscard]] std::vector<struct pollfd> descriptors() const;
 
     /// What was recorded until a moment ago; what is younger is kept for the next call, because another processor may

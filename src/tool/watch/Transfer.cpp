@@ -17,8 +17,8 @@ size_t Transfer::size() const
         for (const session::I2cMessage& message : i2c()->messages)
             bytes += message.data.bytes.size();
     } else {
-        for (const session::SpiSegment& segment : spi()->segments)
-            bytes += segment.in.bytes.size();
+        for (const size_t length : lengths)
+            bytes += length;
     }
     return bytes;
 }

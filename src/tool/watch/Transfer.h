@@ -7,6 +7,7 @@
 
 #include <string>
 #include <variant>
+#include <vector>
 
 namespace watch
 {
@@ -32,8 +33,9 @@ struct Transfer {
 
     /// A byte that the kernel did not record has no value.
     std::variant<session::I2cTransfer, session::SpiTransfer> what;
-    std::string note = {};  ///< what was not recorded or not transferred: "1 of 2 messages not recorded"
-    bool failed = false;    ///< without an errno: the kernel records none of SPI
+    std::vector<size_t> lengths = {};  ///< of SPI's segments, whose unrecorded bytes end after 64 KiB
+    std::string note = {};             ///< what was not recorded or not transferred: "1 of 2 messages not recorded"
+    bool failed = false;               ///< without an errno: the kernel records none of SPI
 
     [[nodiscard]] const session::I2cTransfer* i2c() const { return std::get_if<session::I2cTransfer>(&what); }
     [[nodiscard]] const session::SpiTransfer* spi() const { return std::get_if<session::SpiTransfer>(&what); }

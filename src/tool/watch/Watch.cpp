@@ -31,7 +31,8 @@ namespace
 
 constexpr uint64_t second = 1'000'000'000;
 constexpr uint64_t millisecond = 1'000'000;
-constexpr int pause = 20;  ///< ms between two looks at a busy bus
+constexpr int pause = 20;        ///< ms between two looks at a busy bus
+constexpr int longPause = 1000;  ///< ms after which a processor that was switched on is noticed
 constexpr size_t timeWidth = 10;
 
 /// The number of an I2C adapter. It need not have a node: kernel drivers use it without.
@@ -166,7 +167,8 @@ private:
             all.insert(all.end(), buffers.begin(), buffers.end());
         }
         const int left = remaining();
-        poll(all.data(), all.size(), isBusy && (left < 0 || left > pause) ? pause : left);
+        const int most = isBusy ? pause : longPause;
+        poll(all.data(), all.size(), left < 0 ? most : std::min(left, most));
         programEnded = (all.front().revents & POLLIN) != 0;
     }
 
