@@ -98,7 +98,7 @@ TEST(Completion, ListsWhatCanComeNext)
             line += (line.empty() ? "" : " ") + candidate;
         return line;
     };
-    EXPECT_EQ("list doctor i2c spi uart record replay batch help version", candidates({""}));
+    EXPECT_EQ("list doctor i2c spi uart watch record replay batch help version", candidates({""}));
     EXPECT_EQ("i2c", candidates({"i"}));
     EXPECT_EQ("get", candidates({"-v", "i2c", "ge"}));
     EXPECT_EQ("i2c", candidates({"help", "i"}));

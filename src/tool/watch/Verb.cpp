@@ -83,5 +83,5 @@ void run(const Request& /*request*/, Output& /*output*/)
 void addWatchVerb(Verbs& verbs)
 {
     verbs.push_back(verb<watch::Request>("", "watch", "show the transfers of all programs and kernel drivers",
-                                         "watch i2c 4 --address 0x48"));
+                                         "watch i2c 4 -- ./thermometer"));
 }
