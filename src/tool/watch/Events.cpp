@@ -11,16 +11,37 @@ namespace watch
 namespace
 {
 
+/// An event's fields by the names under which they are asked for. The names are literals, so that the same one has the
+/// same address.
+class FieldCache
+{
+public:
+    explicit FieldCache(tep_event* recorded) : event(recorded) {}
+
+    const tep_format_field* find(const char* name)
+    {
+        for (const auto& [known, field] : fields) {
+            if (known == name)
+                return field;
+        }
+        return fields.emplace_back(name, tep_find_any_field(event, name)).second;
+    }
+
+private:
+    tep_event* event;
+    std::vector<std::pair<const char*, const tep_format_field*>> fields;
+};
+
 /// The fields of one record. A field that the event does not have, or that lies behind the record's end, is 0 or empty.
 class RecordFields
 {
 public:
-    RecordFields(tep_event* recorded, const Record& given) : event(recorded), record(given) {}
+    RecordFields(FieldCache& known, const Record& given) : cache(known), record(given) {}
 
     template <typename Number>
     void get(const char* name, Number& value) const
     {
-        const tep_format_field* field = tep_find_any_field(event, name);
+        const tep_format_field* field = cache.find(name);
         unsigned long long number = 0;
         // libtraceevent reads through a pointer that it does not change.
         if (fits(field) && tep_read_number_field(const_cast<tep_format_field*>(field), record.data, &number) == 0)
@@ -42,7 +63,7 @@ public:
     /// The first bytes of a fixed array.
     [[nodiscard]] std::vector<uint8_t> bytes(const char* name, size_t length) const
     {
-        const tep_format_field* field = tep_find_any_field(event, name);
+        const tep_format_field* field = cache.find(name);
         if (!fits(field))
             return {};
         const uint8_t* first = record.data + field->offset;
@@ -65,7 +86,7 @@ private:
                static_cast<size_t>(field->offset) + static_cast<size_t>(field->size) <= record.size;
     }
 
-    tep_event* event;
+    FieldCache& cache;
     const Record& record;
 };
 
@@ -170,7 +191,7 @@ const std::vector<EventName>& eventsOf(const std::string& bus)
 
 struct Decoder::Layout {
     struct Known {
-        tep_event* event;
+        FieldCache fields;
         Decode decode;
     };
 
@@ -207,7 +228,7 @@ bool Decoder::learn(const EventName& name, const std::string& format)
     tep_event* event = tep_find_event_by_name(layout->handle, name.system, name.name);
     if (kind == std::end(kinds) || event == nullptr || tep_find_common_field(event, "common_pid") == nullptr)
         return false;
-    layout->events[static_cast<uint16_t>(event->id)] = {event, kind->decode};
+    layout->events.insert_or_assign(static_cast<uint16_t>(event->id), Layout::Known{FieldCache{event}, kind->decode});
     return true;
 }
 
@@ -225,7 +246,7 @@ std::optional<Event> Decoder::event(const Record& record) const
     const auto known = layout->events.find(id);
     if (known == layout->events.end())
         return {};
-    const RecordFields fields{known->second.event, record};
+    const RecordFields fields{known->second.fields, record};
     Event event;
     event.time = record.time;
     fields.get("common_pid", event.thread);
