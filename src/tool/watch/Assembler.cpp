@@ -56,7 +56,7 @@ void remark(Transfer& transfer, const std::string& what)
 
 void Assembler::add(const Event& event)
 {
-    std::visit([&](const auto& step) { add(event, step); }, event.what);
+    std::visit([&](const auto& step) { this->add(event, step); }, event.what);
 }
 
 void Assembler::endAll()

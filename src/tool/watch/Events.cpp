@@ -222,8 +222,8 @@ void Decoder::learnHeader(const std::string& text)
 
 bool Decoder::learn(const EventName& name, const std::string& format)
 {
-    const auto kind = std::find_if(std::begin(kinds), std::end(kinds),
-                                   [&](const Kind& each) { return std::string{name.name} == each.name; });
+    const auto* const kind = std::find_if(std::begin(kinds), std::end(kinds),
+                                          [&](const Kind& each) { return std::string{name.name} == each.name; });
     tep_parse_event(layout->handle, format.c_str(), format.size(), name.system);
     tep_event* event = tep_find_event_by_name(layout->handle, name.system, name.name);
     if (kind == std::end(kinds) || event == nullptr || tep_find_common_field(event, "common_pid") == nullptr)

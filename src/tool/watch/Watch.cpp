@@ -126,9 +126,9 @@ public:
             wait();
             show(tracing->read());
         }
-        Batch last = tracing->finish();
+        const Batch last = tracing->finish();
         stoppedAt = Tracing::now();
-        show(std::move(last));
+        show(last);
         assembler.endAll();
         showTransfers();
         tracing.reset();
@@ -172,7 +172,7 @@ private:
         programEnded = (all.front().revents & POLLIN) != 0;
     }
 
-    void show(Batch batch)
+    void show(const Batch& batch)
     {
         hasShown = !batch.events.empty();
         bool isLossShown = batch.lost == 0;
@@ -257,7 +257,8 @@ private:
 
     [[nodiscard]] double secondsSinceEpoch(uint64_t time) const
     {
-        return static_cast<double>((epoch + time) / 1000) / 1e6;
+        const uint64_t microseconds = (epoch + time) / 1000;
+        return static_cast<double>(microseconds) / 1e6;
     }
 
     void showSummary()
