@@ -108,6 +108,13 @@ example() {
     eval "$line"
 }
 
+# Changes to a folder with a program ./thermometer.
+make_thermometer() {
+    cd "$tmp" || return
+    printf '#!/bin/sh\nserialcomm i2c get 4 0x48 0x00 2\n' >thermometer
+    chmod +x thermometer
+}
+
 # Runs the command while the kernel driver at24 uses the EEPROM at 0x50 of bus 4.
 with_at24() {
     bus=/sys/bus/i2c/devices/i2c-4
@@ -167,7 +174,7 @@ bind() {
 
 # Unbinds a device while the command has it open, and prints how the command ends.
 unbound_during() {
-    start "$1" "$2"
+    start "spidev$1\$" "$2"
     unbind "$1"
     wait "$process"
     echo "ended: $?"
