@@ -250,11 +250,13 @@ with_device_rule() {
     echo "$1" >/tmp/rules/test/devices.allow
 }
 
-# Does the words with an empty /dev, as a user without rights if the system permits that (not in a chroot).
+# Does the words with an empty /dev, as a user without rights where the system permits that (not in a chroot).
 with_empty_dev() {
-    options=-Urm
-    unshare $options true 2>/dev/null || options=-m
-    unshare $options sh -c "mount -t tmpfs none /dev && $1"
+    if unshare -Urm true 2>/dev/null; then
+        unshare -Urm sh -c "mount -t tmpfs none /dev && $1"
+    else
+        unshare -m --propagation unchanged sh -c "mount --make-rprivate /dev && mount -t tmpfs none /dev && $1"
+    fi
 }
 
 instances=/sys/kernel/tracing/instances
@@ -302,4 +304,35 @@ watched_too_slowly() {
     ends_on INT 2>"$tmp/ended"
     grep -o 'events of the kernel were lost here' "$tmp/out"
     sed 's/lost [0-9]* /lost N /' "$tmp/ended"
+}
+
+# Watches the EEPROM's kernel driver: which process read, how many bytes one message brought, and the first of them.
+watched_eeprom() {
+    with_tracefs
+    with_at24 'serialcomm watch i2c 4 --json -- head -c 128 /sys/bus/i2c/devices/4-0050/eeprom >$tmp/out'
+    tr -d '\0' <"$tmp/out" >"$tmp/objects"
+    grep -o '"process":"head"' "$tmp/objects" | head -n 1
+    grep -o '"length":128,"bytes":[^]]*]' "$tmp/objects" | head -n 1 | tr , '\n' | grep -c -v length
+    grep -o '"bytes":.1,2,3,' "$tmp/objects"
+}
+
+# takes MILLISECONDS COMMAND...: fails if the command ends earlier.
+takes() {
+    milliseconds=$1
+    shift
+    begun=$(date +%s%3N)
+    "$@"
+    [ $(($(date +%s%3N) - begun)) -ge "$milliseconds" ]
+}
+
+# Recordings with a peer on a pseudo-terminal, in $tmp/s.
+pyserial='/usr/bin/python3 programs/use_pyserial.py'
+with_peer() {
+    /usr/bin/python3 programs/with_peer.py "$@"
+}
+recorded() {
+    sed '1,2d; s@pts/[0-9]*@PORT@; s/+[0-9.]*/+TIME/' "$tmp/s"
+}
+recorded_port() {
+    echo "/dev/$(grep -o 'pts/[0-9]*' "$tmp/s" | head -n 1)"
 }
