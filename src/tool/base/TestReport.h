@@ -12,7 +12,7 @@
 class TestReport
 {
 public:
-    TestReport(std::string device, Output& output);
+    TestReport(std::string deviceName, Output& shown);
 
     /// Prints a burst that came back different; in JSON, every burst.
     ///

@@ -8,8 +8,6 @@
 
 namespace watch
 {
-namespace
-{
 
 /// An event's fields by the names under which they are asked for. The names are literals, so that the same one has the
 /// same address.
@@ -89,6 +87,9 @@ private:
     FieldCache& cache;
     const Record& record;
 };
+
+namespace
+{
 
 I2cEvent i2cEvent(I2cEvent::Kind kind, const RecordFields& fields)
 {

@@ -77,7 +77,7 @@ void removeLeftovers()
     for (const std::string& process : namesBelow(instances, prefix)) {
         const bool isGone = consistsOf(process, "0123456789") && !exists("/proc/" + process);
         if (isGone || process == std::to_string(getpid()))
-            rmdir((instances + prefix + process).c_str());
+            rmdir(std::string{instances}.append(prefix).append(process).c_str());
     }
 }
 
@@ -207,7 +207,7 @@ void Tracing::openBuffers()
 {
     const std::string processors = std::string{folder} + "/instances/" + name + "/per_cpu/";
     for (const std::string& number : namesBelow(processors, "cpu")) {
-        const std::string path = processors + "cpu" + number + "/trace_pipe_raw";
+        const std::string path = std::string{processors}.append("cpu").append(number).append("/trace_pipe_raw");
         const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         if (fd < 0)
             throw noAccess(path, errno);
@@ -251,7 +251,8 @@ uint64_t Tracing::dropped() const
     uint64_t number = 0;
     const std::string processors = std::string{folder} + "/instances/" + name + "/per_cpu/";
     for (const std::string& processor : namesBelow(processors, "cpu")) {
-        const std::string statistics = contentOf(processors + "cpu" + processor + "/stats");
+        const std::string statistics =
+            contentOf(std::string{processors}.append("cpu").append(processor).append("/stats"));
         for (const char* key : {"overrun", "commit overrun", "dropped events"})
             number += valueOf(statistics, key);
     }
@@ -298,7 +299,7 @@ Batch Tracing::finish()
 
 std::string Tracing::threadName(int thread)
 {
-    const std::string alive = firstLine("/proc/" + std::to_string(thread) + "/comm");
+    std::string alive = firstLine("/proc/" + std::to_string(thread) + "/comm");
     if (!alive.empty())
         return alive;
     char* saved = tracefs_instance_file_read(nullptr, "saved_cmdlines", nullptr);

@@ -25,7 +25,7 @@ size_t Transfer::size() const
 
 std::string Transfer::errorName() const
 {
-    const int error = i2c() != nullptr ? i2c()->error : spi()->error;
+    const int error = std::visit([](const auto& each) { return each.error; }, what);
     return error != 0 ? session::errorName(error) : failed ? "failed" : "";
 }
 
