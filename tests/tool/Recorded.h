@@ -36,7 +36,8 @@ inline size_t learnAll(watch::Decoder& decoder)
     decoder.learnHeader(contentOfFile(RECORDED "/header_page"));
     const std::string formats = contentOfFile(RECORDED "/formats");
     size_t learnt = 0;
-    for (const char* bus : {"i2c", "spi"}) {
+    const std::string buses[] = {"i2c", "spi"};
+    for (const std::string& bus : buses) {
         for (const watch::EventName& event : watch::eventsOf(bus)) {
             const size_t title = formats.find(std::string{"name: "} + event.name + '\n');
             const size_t end = formats.find("\n==", title);
