@@ -46,18 +46,23 @@ void writeAll(int fd, const void* data, size_t size, const std::string& name)
     }
 }
 
-std::string timeOfDay()
+std::string timeOfDay(uint64_t sinceEpoch, size_t decimals)
 {
-    struct timespec now {
-    };
-    clock_gettime(CLOCK_REALTIME, &now);
+    constexpr uint64_t second = 1'000'000'000;
+    const auto seconds = static_cast<time_t>(sinceEpoch / second);
     struct tm local {
     };
-    localtime_r(&now.tv_sec, &local);
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "[%02d:%02d:%02d.%03ld] ", local.tm_hour, local.tm_min, local.tm_sec,
-                  now.tv_nsec / 1'000'000);
-    return text.data();
+    localtime_r(&seconds, &local);
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%09u", local.tm_hour, local.tm_min, local.tm_sec,
+                  static_cast<unsigned int>(sinceEpoch % second));
+    return std::string{text.data()}.substr(0, strlen("12:34:56.") + decimals);
+}
+
+std::string timeOfDay()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return '[' + timeOfDay(static_cast<uint64_t>(std::chrono::nanoseconds{now}.count()), 3) + "] ";
 }
 
 void print(const std::string& text)

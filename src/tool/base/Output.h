@@ -62,7 +62,10 @@ private:
     void line(const std::string& text) const;
 };
 
-/// "[12:34:56.789] ", local time.
+/// "12:34:56.789" with three decimals, local time. @param sinceEpoch ns
+std::string timeOfDay(uint64_t sinceEpoch, size_t decimals);
+
+/// "[12:34:56.789] ": now.
 std::string timeOfDay();
 
 void print(const std::string& text);

@@ -5,6 +5,7 @@
 #include "base/Output.h"
 
 #include <charconv>
+#include <sstream>
 
 namespace
 {
@@ -26,6 +27,16 @@ bool consistsOf(const std::string& text, const char* characters)
 bool startsWith(const std::string& text, const std::string& start)
 {
     return text.compare(0, start.size(), start) == 0;
+}
+
+std::string restOfLine(const std::string& text, const std::string& start)
+{
+    std::istringstream lines{text};
+    for (std::string line; std::getline(lines, line);) {
+        if (startsWith(line, start))
+            return line.substr(start.size());
+    }
+    return {};
 }
 
 bool hasHexPrefix(const std::string& text)

@@ -21,6 +21,10 @@ constexpr auto hexDigits = "0123456789abcdefABCDEF";
 
 bool consistsOf(const std::string& text, const char* characters);
 bool startsWith(const std::string& text, const std::string& start);
+
+/// What follows `start` in the first line that begins with it; empty if there is none.
+std::string restOfLine(const std::string& text, const std::string& start);
+
 bool hasHexPrefix(const std::string& text);
 
 /// The whole text as a number in base 10 or 16: UINT64_MAX if it does not fit, nothing for any other text.

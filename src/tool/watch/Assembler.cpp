@@ -61,21 +61,26 @@ void Assembler::add(const Event& event)
 
 void Assembler::endAll()
 {
-    const auto before = static_cast<std::ptrdiff_t>(ended.size());
     for (auto& [adapter, open] : smbus) {
-        if (!open.isReplaced)
-            end(open, open.request, std::get<SmbusEvent>(open.request.what));
+        if (open.isReplaced)
+            continue;
+        end(open, open.request, std::get<SmbusEvent>(open.request.what));
+        remark(ended.back(), endMissing);
     }
     for (auto& [adapter, open] : i2c)
-        ended.push_back(std::move(open.transfer));
+        endIncomplete(std::move(open.transfer));
     for (auto& [bus, open] : spi)
-        ended.push_back(std::move(open.transfer));
-    for (auto each = ended.begin() + before; each != ended.end(); ++each)
-        remark(*each, endMissing);
+        endIncomplete(std::move(open.transfer));
     i2c.clear();
     smbus.clear();
     spi.clear();
     submitters.clear();
+}
+
+void Assembler::endIncomplete(Transfer transfer)
+{
+    remark(transfer, endMissing);
+    ended.push_back(std::move(transfer));
 }
 
 // I2C: a write or read event for each message, then the transaction, then a reply event for each read, then the result.
@@ -89,8 +94,7 @@ void Assembler::add(const Event& event, const I2cEvent& step)
     auto open = i2c.find(step.adapter);
     const bool isNext = open != i2c.end() && isRequest && open->second.isBehind(step.number);
     if (isNext) {  // the result of the one before is missing
-        remark(open->second.transfer, endMissing);
-        ended.push_back(std::move(open->second.transfer));
+        endIncomplete(std::move(open->second.transfer));
         i2c.erase(open);
         open = i2c.end();
     }
@@ -288,8 +292,7 @@ void Assembler::add(const Event& event, const SpiEvent& step)
 void Assembler::start(const Event& event, const SpiEvent& step)
 {
     if (const auto before = spi.find(step.bus); before != spi.end()) {
-        remark(before->second.transfer, endMissing);
-        ended.push_back(std::move(before->second.transfer));
+        endIncomplete(std::move(before->second.transfer));
         spi.erase(before);
     }
     Spi open{transferAt(placeOf(step), event), step.message, true};

@@ -55,6 +55,8 @@ private:
     void add(const Event& event, const SmbusEvent& step);
     void add(const Event& event, const SpiEvent& step);
 
+    void endIncomplete(Transfer transfer);
+
     static void addMessage(I2c& open, const I2cEvent& step);
     static void addReply(I2c& open, const I2cEvent& step);
     void end(I2c open, uint64_t time, int result, size_t messages);

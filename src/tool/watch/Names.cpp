@@ -1,8 +1,7 @@
 #include "watch/Names.h"
 
+#include "base/Values.h"
 #include "device/System.h"
-
-#include <sstream>
 
 namespace watch
 {
@@ -15,13 +14,7 @@ constexpr size_t longestName = 15;            ///< of a thread
 /// The number of the process that a thread belongs to; empty if it has ended.
 std::string processOf(int thread)
 {
-    std::istringstream lines{contentOf("/proc/" + std::to_string(thread) + "/status")};
-    const std::string key = "Tgid:\t";
-    for (std::string line; std::getline(lines, line);) {
-        if (line.compare(0, key.size(), key) == 0)
-            return line.substr(key.size());
-    }
-    return {};
+    return restOfLine(contentOf("/proc/" + std::to_string(thread) + "/status"), "Tgid:\t");
 }
 
 std::string deviceAt(const Place& place)
@@ -55,6 +48,7 @@ const Names::Thread& Names::threadOf(const Transfer& transfer)
     if (const std::string name = threadName(transfer.thread); !name.empty())
         thread.name = name;
     thread.process = processOf(transfer.thread);
+    thread.processName = thread.process.empty() ? "" : firstLine("/proc/" + thread.process + "/comm");
     thread.askedAt = transfer.time;
     return thread;
 }
@@ -71,10 +65,9 @@ void Names::fill(Transfer& transfer)
 bool Names::isOf(const Transfer& transfer, const std::string& process)
 {
     const Thread& thread = threadOf(transfer);
-    const std::string whole = thread.process.empty() ? "" : firstLine("/proc/" + thread.process + "/comm");
     const std::string name = process.substr(0, longestName);
     return process == std::to_string(transfer.thread) || process == thread.process || name == thread.name ||
-           name == whole;
+           name == thread.processName;
 }
 
 std::optional<uint32_t> Names::clockOf(const Transfer& transfer)

@@ -30,7 +30,8 @@ public:
 private:
     struct Thread {
         std::string name;
-        std::string process;   ///< its number
+        std::string process;  ///< its number
+        std::string processName;
         uint64_t askedAt = 0;  ///< time of the transfer
     };
 

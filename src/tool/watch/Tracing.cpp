@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <sstream>
 
 // As in <tracefs.h>, which is not C++ in the versions that are common.
 extern "C" {
@@ -122,17 +121,6 @@ std::string chipFilter(const std::vector<std::pair<int, int>>& chips)
         filter += (filter.empty() ? "" : " || ") +
                   ("(bus_num == " + std::to_string(bus) + " && chip_select == " + std::to_string(chip) + ")");
     return filter;
-}
-
-/// The value behind "overrun: " in a processor's statistics.
-uint64_t valueOf(const std::string& statistics, const std::string& key)
-{
-    std::istringstream lines{statistics};
-    for (std::string line; std::getline(lines, line);) {
-        if (startsWith(line, key + ": "))
-            return numberOf(line.substr(key.size() + 2), 10).value_or(0);
-    }
-    return 0;
 }
 
 }  // namespace
@@ -253,8 +241,8 @@ uint64_t Tracing::dropped() const
     for (const std::string& processor : namesBelow(processors, "cpu")) {
         const std::string statistics =
             contentOf(std::string{processors}.append("cpu").append(processor).append("/stats"));
-        for (const char* key : {"overrun", "commit overrun", "dropped events"})
-            number += valueOf(statistics, key);
+        for (const char* key : {"overrun: ", "commit overrun: ", "dropped events: "})
+            number += numberOf(restOfLine(statistics, key), 10).value_or(0);
     }
     return number;
 }
@@ -303,14 +291,9 @@ std::string Tracing::threadName(int thread)
     if (!alive.empty())
         return alive;
     char* saved = tracefs_instance_file_read(nullptr, "saved_cmdlines", nullptr);
-    std::istringstream lines{saved != nullptr ? saved : ""};
+    const std::string lines = saved != nullptr ? saved : "";
     free(saved);
-    const std::string start = std::to_string(thread) + ' ';
-    for (std::string line; std::getline(lines, line);) {
-        if (startsWith(line, start))
-            return line.substr(start.size());
-    }
-    return {};
+    return restOfLine(lines, std::to_string(thread) + ' ');
 }
 
 uint64_t Tracing::now()

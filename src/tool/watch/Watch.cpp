@@ -20,9 +20,7 @@
 #include <time.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 
 namespace watch
 {
@@ -80,19 +78,6 @@ uint64_t sinceEpoch()
     const uint64_t now = Tracing::now();
     clock_gettime(CLOCK_REALTIME, &wall);
     return static_cast<uint64_t>(wall.tv_sec) * second + static_cast<uint64_t>(wall.tv_nsec) - now;
-}
-
-/// "12:34:56.789012", local time.
-std::string timeOfDay(uint64_t sinceEpoch)
-{
-    const auto seconds = static_cast<time_t>(sinceEpoch / second);
-    struct tm local {
-    };
-    localtime_r(&seconds, &local);
-    std::array<char, 48> text{};
-    std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%06u", local.tm_hour, local.tm_min, local.tm_sec,
-                  static_cast<unsigned int>(sinceEpoch % second / 1000));
-    return text.data();
 }
 
 ByteArray bytesOf(const std::string& text)
@@ -247,7 +232,7 @@ private:
     std::string timeText(uint64_t time)
     {
         if (request.times == Request::Times::wall)
-            return timeOfDay(epoch + time);
+            return timeOfDay(epoch + time, 6);
         const bool isRelative = request.times == Request::Times::relative;
         const uint64_t since = isRelative ? lastTime.value_or(time) : startedAt;
         lastTime = time;
