@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <linux/i2c.h>
@@ -19,7 +20,6 @@
 #include <chrono>
 #include <fstream>
 #include <numeric>
-#include <regex>
 #include <string_view>
 #include <thread>
 
@@ -502,7 +502,7 @@ TEST_F(I2cVerbs, RepeatARead)
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{100});
 
     const std::string line = tool("i2c get 4 0x48 0x00 -t").out;
-    EXPECT_TRUE(std::regex_match(line, std::regex{R"(\[\d\d:\d\d:\d\d\.\d\d\d\] 19\n)"})) << line;
+    EXPECT_THAT(line, testing::MatchesRegex("\\[[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}\\] 19\n"));
     const auto object = nlohmann::json::parse(tool("i2c get 4 0x48 0x00 -t --json").out);
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     EXPECT_TRUE(object["time"].is_number_float());
