@@ -138,7 +138,7 @@ std::pair<Words, size_t> correction(const Words& words)
     return {bus.empty() ? Words{} : Words{bus}, words.size()};  // which lists the bus's verbs
 }
 
-std::string quoted(const std::string& word)
+std::string shellWord(const std::string& word)
 {
     const bool plain = !word.empty() && word.find_first_of(" \t\n'\"\\$`*?[](){}<>|&;!#~") == std::string::npos;
     if (plain)
@@ -191,6 +191,6 @@ Failure unknownVerb(const std::vector<std::string>& words)
     meant.insert(meant.end(), plain.begin() + static_cast<std::ptrdiff_t>(replaced), plain.end());
     std::string hint = "serialcomm";
     for (const std::string& word : meant)
-        hint += ' ' + quoted(word);
+        hint += ' ' + shellWord(word);
     return {WrongCommandLine, name + ": unknown verb", names.empty() ? "serialcomm help" : hint};
 }

@@ -147,7 +147,7 @@ void check(Set& request)
 {
     check(static_cast<const ChipRequest&>(request));
     request.bytes = bytesToSend(request.words, maxI2cBytes);
-    checkSize(request.reg.size() + request.bytes.size(), maxI2cBytes, message);
+    checkSize(request.reg.size() + request.bytes.size(), maxI2cBytes, i2cMessage);
     if (request.mask.empty())
         return;
     if (request.mask.size() != request.bytes.size())

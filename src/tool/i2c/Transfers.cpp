@@ -48,7 +48,7 @@ void check(Write& request)
 {
     check(static_cast<const ChipRequest&>(request));
     request.bytes = bytesToSend(request.words, maxI2cBytes);
-    checkSize(request.bytes.size(), maxI2cBytes, message);
+    checkSize(request.bytes.size(), maxI2cBytes, i2cMessage);
 }
 
 std::string traffic(const Write& request)
@@ -82,12 +82,12 @@ void describe(Grammar& grammar, OutputOptions& output, Transfer& request)
 void check(Transfer& request)
 {
     check(static_cast<const ChipRequest&>(request));
-    request.count = takePlusCount(request.words, maxI2cBytes, message);
+    request.count = takePlusCount(request.words, maxI2cBytes, i2cMessage);
     if (request.count == 0)
         throw Failure{WrongCommandLine, "i2c transfer: +N, the number of bytes to read, must be the last word",
                       "serialcomm i2c transfer 4 0x50 00 +2"};
     request.bytes = bytesToSend(request.words, maxI2cBytes);
-    checkSize(request.bytes.size(), maxI2cBytes, message);
+    checkSize(request.bytes.size(), maxI2cBytes, i2cMessage);
 }
 
 std::string traffic(const Transfer& request)

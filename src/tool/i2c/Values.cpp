@@ -43,7 +43,7 @@ size_t registerNumber(const ByteArray& reg)
 
 size_t parseI2cCount(const std::string& text)
 {
-    return parseCount(text, maxI2cBytes, message);
+    return parseCount(text, maxI2cBytes, i2cMessage);
 }
 
 Bits parseBits(const std::string& text)

@@ -11,7 +11,7 @@ namespace i2c
 {
 
 constexpr size_t maxI2cBytes = 65535;  // the kernel's field for a message's length has 16 bits
-constexpr auto message = "an I2C message";
+constexpr auto i2cMessage = "an I2C message";
 
 /// "4", "i2c-4" or a path, to a path.
 std::string parseBus(const std::string& text);

@@ -14,7 +14,7 @@ namespace spi
 namespace
 {
 
-constexpr auto unit = "an SPI transfer";
+constexpr auto spiTransfer = "an SPI transfer";
 
 struct Info : NoTraffic {
     std::string device;
@@ -73,7 +73,7 @@ void describe(Grammar& grammar, OutputOptions& /*output*/, Write& request)
 void check(Write& request)
 {
     request.bytes = bytesToSend(request.words, maxBytes);
-    checkSize(request.bytes.size(), maxBytes, unit);
+    checkSize(request.bytes.size(), maxBytes, spiTransfer);
 }
 
 std::string traffic(const Write& request)
@@ -107,9 +107,9 @@ void describe(Grammar& grammar, OutputOptions& output, Transfer& request)
 
 void check(Transfer& request)
 {
-    request.count = takePlusCount(request.words, maxBytes, unit);
+    request.count = takePlusCount(request.words, maxBytes, spiTransfer);
     request.bytes = bytesToSend(request.words, maxBytes);
-    checkSize(request.bytes.size() + request.count, maxBytes, unit);
+    checkSize(request.bytes.size() + request.count, maxBytes, spiTransfer);
 }
 
 std::string traffic(const Transfer& request)

@@ -8,7 +8,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/vfs.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,7 +36,7 @@ namespace
 {
 
 constexpr auto folder = "/sys/kernel/tracing";
-constexpr auto prefix = "serialcomm-";  ///< of an instance, before the process
+constexpr auto instancePrefix = "serialcomm-";  ///< of an instance, before the process
 constexpr long tracefsMagic = 0x74726163;
 constexpr uint64_t settling = 2'000'000;  ///< ns between an event's time and its being readable, at most
 constexpr size_t pageSize = 65536;        ///< the largest that a kernel has
@@ -73,10 +72,10 @@ void checkMounted()
 void removeLeftovers()
 {
     const std::string instances = std::string{folder} + "/instances/";
-    for (const std::string& process : namesBelow(instances, prefix)) {
+    for (const std::string& process : namesBelow(instances, instancePrefix)) {
         const bool isGone = consistsOf(process, "0123456789") && !exists("/proc/" + process);
         if (isGone || process == std::to_string(getpid()))
-            rmdir(std::string{instances}.append(prefix).append(process).c_str());
+            rmdir(std::string{instances}.append(instancePrefix).append(process).c_str());
     }
 }
 
@@ -130,7 +129,7 @@ void Tracing::FreeInstance::operator()(tracefs_instance* used) const
     tracefs_instance_free(used);
 }
 
-Tracing::Tracing(const Scope& scope) : name(prefix + std::to_string(getpid()))
+Tracing::Tracing(const Scope& scope) : name(instancePrefix + std::to_string(getpid()))
 {
     checkMounted();
     tracefs_set_tracing_dir(const_cast<char*>(folder));
@@ -296,11 +295,11 @@ std::string Tracing::threadName(int thread)
     return restOfLine(lines, std::to_string(thread) + ' ');
 }
 
-uint64_t Tracing::now()
+uint64_t Tracing::now(clockid_t clock)
 {
     struct timespec time {
     };
-    clock_gettime(CLOCK_MONOTONIC, &time);
+    clock_gettime(clock, &time);
     return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
 }
 

@@ -6,6 +6,7 @@
 #include <poll.h>
 #include <stdint.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <memory>
 #include <string>
@@ -62,8 +63,8 @@ public:
     /// The name by which the kernel knows a thread; empty if it does not.
     [[nodiscard]] static std::string threadName(int thread);
 
-    /// ns of the clock of the events.
-    static uint64_t now();
+    /// ns of a clock; without an argument, of that of the events.
+    static uint64_t now(clockid_t clock = CLOCK_MONOTONIC);
 
 private:
     void enable(const std::string& bus, const std::string& filter);

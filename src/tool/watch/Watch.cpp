@@ -27,7 +27,6 @@ namespace watch
 namespace
 {
 
-constexpr uint64_t second = 1'000'000'000;
 constexpr uint64_t millisecond = 1'000'000;
 constexpr int pause = 20;        ///< ms between two looks at a busy bus
 constexpr int longPause = 1000;  ///< ms after which a processor that was switched on is noticed
@@ -73,11 +72,7 @@ Scope scopeOf(const Request& request)
 /// What is to be added to a time of the events, to make it one since 1970.
 uint64_t sinceEpoch()
 {
-    struct timespec wall {
-    };
-    const uint64_t now = Tracing::now();
-    clock_gettime(CLOCK_REALTIME, &wall);
-    return static_cast<uint64_t>(wall.tv_sec) * second + static_cast<uint64_t>(wall.tv_nsec) - now;
+    return Tracing::now(CLOCK_REALTIME) - Tracing::now();
 }
 
 ByteArray bytesOf(const std::string& text)
