@@ -66,13 +66,13 @@ struct Replay : ProgramRequest {
 
 void describe(Grammar& grammar, OutputOptions& /*output*/, Replay& request)
 {
-    describeProgram(grammar, request, "Session file that answers the program");
+    describeProgram(grammar, request, "Session file with the answers to the program");
     grammar.flag("--times", "Keep the recorded pace, if the file has times", request.times);
     grammar
-        .flag("--fail-each", "Run the program once for each failure of each transfer; report ignored failures",
+        .flag("--fail-each", "Run once for each way in which each transfer can fail; report ignored failures",
               request.failEach)
         .exclude("--times");
-    grammar.option("--timeout", "S", "End the program after this time; with --fail-each, 10 seconds unless given",
+    grammar.option("--timeout", "S", "End the program after this many seconds; default with --fail-each: 10",
                    request.timeout, [](const std::string& text) { return parseSeconds("--timeout", text); });
 }
 

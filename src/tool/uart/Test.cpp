@@ -32,7 +32,7 @@ void describe(Grammar& grammar, OutputOptions& output, Test& request)
         "--rounds", "N", "Send all bursts this many times, decimal", request.rounds,
         [](const std::string& text) { return parseCount(text, 1'000'000, "a test"); }, "1");
     grammar.option(
-        "--timeout", "S", "Bytes that do not come for this many seconds are lost", request.timeout,
+        "--timeout", "S", "Count bytes as lost after this many seconds without data", request.timeout,
         [](const std::string& text) { return parseSeconds("--timeout", text); }, "1");
     grammar.output(output, true);
 }

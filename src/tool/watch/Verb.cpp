@@ -28,26 +28,28 @@ Request::Times parseTimes(const std::string& text)
 
 void describe(Grammar& grammar, OutputOptions& output, Request& request)
 {
-    grammar.optionalWords("BUS", "i2c BUS or spi DEV, several if wanted; all of them if none is named", request.words)
+    grammar.optionalWords("BUS", "i2c BUS or spi DEV, repeatable; all buses if none is named", request.words)
         .show("[i2c BUS | spi DEV]...")
         .complete(Candidates::Buses);
-    grammar
-        .optionalProgram("PROGRAM", "Program to watch by: starts it, and ends with it and its status", request.program)
+    grammar.optionalProgram("PROGRAM", "Program to run; the watch ends with it, with its exit status", request.program)
         .show("[-- PROGRAM ARGS...]");
     grammar.option("--address", "ADDR", "Only transfers of this I2C address", request.address, i2c::parseAddress);
     grammar.option("--process", "NAME|PID", "Only transfers of this process", request.process, parseWord);
-    grammar.option("--count", "N", "End after N transfers", request.count, parseRepeatCount);
-    grammar.option("--for", "S", "End after S seconds", request.duration,
+    grammar.option("--count", "N", "End the watch after N transfers", request.count, parseRepeatCount);
+    grammar.option("--for", "S", "End the watch after S seconds", request.duration,
                    [](const std::string& text) { return parseSeconds("--for", text); });
     grammar
         .option("--times", "KIND", "Seconds since the start or the line before, or the time of day", request.times,
                 parseTimes, "start")
         .choose({"start", "relative", "wall"});
-    grammar.option("--save", "FILE", "Write a session file that replay plays", request.sessionFile, parseFile)
+    grammar.option("--save", "FILE", "Write a session file, for replay", request.sessionFile, parseFile)
         .complete(Candidates::Files);
-    grammar.option("--pcap", "FILE", "Write the I2C messages for network analysers", request.captureFile, parseFile)
+    grammar
+        .option("--pcap", "FILE", "Write the I2C messages as pcap, for network analysers", request.captureFile,
+                parseFile)
         .complete(Candidates::Files);
-    grammar.flag("--summary", "At the end, count per bus and chip: transfers, errors, busy time", request.summary);
+    grammar.flag("--summary", "At the end, print transfers, errors and busy time of each bus and chip",
+                 request.summary);
     grammar.output(output, true);
 }
 
