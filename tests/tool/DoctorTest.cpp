@@ -1,4 +1,4 @@
-// The doctor at folders with what /dev, /proc and /sys of other machines contain.
+// The verbs doctor and list at folders with what /dev, /proc and /sys of other machines contain.
 
 #include "FakeKernel.h"
 #include "Folder.h"
@@ -358,6 +358,22 @@ TEST(Doctor, WritesJson)
               R"("repair":["docker run --device /dev/i2c-4 IMAGE"]})",
               finding);
     EXPECT_FALSE(std::getline(lines, finding));
+}
+
+TEST(List, WritesJson)
+{
+    Machine machine;
+    machine.i2cBus()->accessError = EPERM;
+    machine.usbPort();
+    const Outcome outcome = tool("list --json");
+    EXPECT_EQ(R"({"bus":"i2c","device":"/dev/i2c-4","description":"30ad0000.i2c","driver":null,"open":false,)"
+              R"("reason":"device rules"})"
+              "\n"
+              R"({"bus":"uart","device":"/dev/ttyUSB0","description":null,"driver":null,"open":true,"reason":null,)"
+              R"("by_id":null,"usb_id":"0403:6001","serial":null})"
+              "\n",
+              outcome.out);
+    EXPECT_EQ("serialcomm: no spi device found\n", outcome.err);
 }
 
 /// This process as another user while it lives.

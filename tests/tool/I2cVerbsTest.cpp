@@ -324,6 +324,9 @@ TEST_F(I2cVerbs, LimitTheSizeOfAMessage)
     EXPECT_EQ(0, tool("i2c set 4 0x48 0x00 - -n", std::string(65534, 'x')).status);
     EXPECT_EQ(0, tool("i2c write 4 0x48 - -n", std::string(65535, 'x')).status);
     expect({{"i2c write 4 0x48 -", 1, "", driver}}, std::string(8193, 'x'));
+    const std::string words = ' ' + std::string(size_t{2} * 65536, '0');
+    expect(
+        {{"i2c write 4 0x48" + words + " -n", 2, "", limit}, {"i2c transfer 4 0x48" + words + " +1 -n", 2, "", limit}});
 }
 
 TEST_F(I2cVerbs, DumpRegisters)
@@ -520,6 +523,9 @@ TEST_F(I2cVerbs, WaitForBits)
             {"i2c get 4 0x48 0x00 2 --until-bits 0x0101=0x0001 --deadline 0.02", 1, "",
              "serialcomm: 0x48 on /dev/i2c-4: register 0x00 is 99 80, not 0x0101=0x0001, after 20 ms\n"}});
     sensor->memory[0] = 0;
+    const std::string once = "S 48 W 00 Sr 48 R [1] P\n";
+    expect({{"i2c get 4 0x48 0x00 --until-bits 0x80=0x80 --deadline 0.1 --every 10", 1, "",
+             "serialcomm: 0x48 on /dev/i2c-4: register 0x00 is 00, not 0x80=0x80, after 100 ms\n", once + once}});
     sensor->readsUntilReady = 2;  // ready at the last read, after the deadline
     expect({{"i2c get 4 0x48 0x00 --until-bits 0x80=0x80 --deadline 0.01 --every 10", 0, "80\n"}});
     sensor->memory[0] = 0;
@@ -728,6 +734,7 @@ TEST_F(I2cVerbs, RefuseInvalidArguments)
     EXPECT_EQ(2, tool("i2c get 4 0x48 0x00 --until-bits 0x80=0x80 --deadline 1 --count 2").status);
     EXPECT_TRUE(bus->traffic.empty());
     EXPECT_EQ(1, tool("i2c get 4 0x07 0x00 --any-address").status);
+    expect({{"i2c read 4 0x08 1 -n", 0, "S 08 R [1] P\n"}, {"i2c read 4 0x77 1 -n", 0, "S 77 R [1] P\n"}});
 }
 
 }  // namespace

@@ -5,6 +5,8 @@
 #include "base/Failure.h"
 #include "uart/Values.h"
 
+#include <sys/ioctl.h>
+
 #include <atomic>
 #include <thread>
 
@@ -293,13 +295,31 @@ TEST(UartVerbs, Write)
         expectOutcome(row);
 }
 
-/// The port is closed only when the driver's queue is empty.
+/// The port is closed only when the driver's queue is empty, and then the chip's transmitter.
 TEST(UartVerbs, WriteWaitsUntilTheDriverHasSentAll)
 {
     FakeKernel kernel;
     kernel.outputQueue = {0, 1, 2, 3, 3};
+    int looksUntilEmpty = 3;
+    kernel.port = [&](unsigned long request, void* argument) -> std::optional<long> {
+        if (request != TIOCSERGETLSR)
+            return {};
+        *static_cast<unsigned int*>(argument) = --looksUntilEmpty > 0 ? 0 : TIOCSER_TEMT;
+        return 0;
+    };
     expectOutcome({"text", {"write", "PORT", "abc"}, "", "abc\r", {}, 0, "", ""});
     EXPECT_TRUE(kernel.outputQueue.empty());
+    EXPECT_EQ(0, looksUntilEmpty);
+}
+
+TEST(UartVerbs, WriteReportsThatSendingFailed)
+{
+    FakeKernel kernel;
+    kernel.port = [](unsigned long request, void* /*argument*/) {
+        return request == TCSBRK ? std::optional<long>{-EIO} : std::nullopt;
+    };
+    expectOutcome(
+        {"text", {"write", "PORT", "abc"}, "", "abc\r", {}, 1, "", "serialcomm: PORT: sending: the port is gone\n"});
 }
 
 TEST(UartVerbs, NameWhyAPortDoesNotOpen)
