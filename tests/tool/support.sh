@@ -134,6 +134,13 @@ start() {
     await "grep -q 'SigCgt:.*[ef]$' /proc/$process/status && ls -l /proc/$process/fd | grep -q -e '$1'"
 }
 
+# As start, and waits until the program has set up the port $SLAVE: it sets CLOCAL last.
+start_on_port() {
+    stty -F "$SLAVE" -clocal
+    start "$SLAVE" "$1"
+    await "stty -F $SLAVE -a | grep -q ' clocal'"
+}
+
 # Sends the signal and prints how the process ended within a second.
 ends_on() {
     kill -s "$1" "$process"
