@@ -12,7 +12,8 @@ static bool careless(I2c& sensor)
 {
     sensor.writeRegister(0x01, {0x60});  // wrong: what if it fails?
     const ByteArray bytes = sensor.writeRead({0x00}, 2);
-    std::printf("%02x %02x\n", bytes[0], bytes[1]);  // wrong: the result may be empty
+    const uint8_t* const first = bytes.data();
+    std::printf("%02x %02x\n", first[0], first[1]);  // wrong: the result may be empty
     return true;
 }
 
