@@ -121,6 +121,12 @@ __attribute__((visibility("default"))) ssize_t write(int fd, const void* data, s
     static auto* const real = next<ssize_t(int, const void*, size_t)>("write");
     FakeDevice* device = deviceOf(fd);
     const auto* bytes = static_cast<const uint8_t*>(data);
+    if (kernel != nullptr && !kernel->portWrites.empty() && isatty(fd) == 1) {
+        const int error = kernel->portWrites.back();
+        kernel->portWrites.pop_back();
+        if (error != 0)
+            return finish(-error);
+    }
     return device == nullptr ? real(fd, data, count) : finish(device->write(ByteArray(bytes, bytes + count)));
 }
 

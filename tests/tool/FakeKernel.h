@@ -110,6 +110,7 @@ public:
 
     std::map<std::string, std::shared_ptr<FakeDevice>> devices;
     std::vector<int> outputQueue;  ///< results of TIOCOUTQ on ports of the real kernel, last one first
+    std::vector<int> portWrites;   ///< errno of writes to ports of the real kernel, last one first; 0: it writes
 
     /// Answers a request on a port of the real kernel; nothing: the real kernel answers.
     std::function<std::optional<long>(unsigned long request, void* argument)> port;

@@ -10,6 +10,7 @@
 #include <sys/ioctl.h>
 
 #include <atomic>
+#include <cerrno>
 #include <functional>
 #include <thread>
 
@@ -311,6 +312,33 @@ TEST(UartLine, ModemLinesAndBreakComeBeforeTheFirstByte)
     const Outcome pseudoTerminal = tool("uart read pty --no-reset");
     EXPECT_EQ("serialcomm: pty: a pseudo-terminal has no DTR, RTS or break\n", pseudoTerminal.err);
     EXPECT_EQ(2, pseudoTerminal.status);
+}
+
+TEST(UartLine, AFailedWriteDoesNotHideWhatWasSentBefore)
+{
+    const struct {
+        int error;
+        size_t received;
+        int status;
+        std::string err;
+    } rows[] = {
+        {EINTR, 1000, 0, ""},
+        {EAGAIN, 1000, 0, ""},
+        {ENOSPC, 512, 1,
+         "serialcomm: PORT: Uart write failed: 28: No space left on device; 512 bytes were sent, 488 were not\n"},
+    };
+    for (const auto& row : rows) {
+        const Device device;
+        FakeKernel kernel;
+        kernel.portWrites = {row.error, 0, 0};
+        std::string received;
+        std::thread peer{[&] { received = readUntil(device.master, std::string(row.received, 'x')); }};
+        const Outcome outcome = toolAt(device, {"write", std::string(1000, 'x'), "--eol", "none"});
+        peer.join();
+        EXPECT_EQ(row.received, received.size());
+        EXPECT_EQ(row.status, outcome.status);
+        EXPECT_EQ(row.err, outcome.err);
+    }
 }
 
 TEST(UartLine, NoResetKeepsTheLinesWhenThePortIsClosed)

@@ -115,6 +115,7 @@ void Port::push()
     while (handedOver < outgoing.size()) {
         const size_t count = put(outgoing.data() + handedOver, std::min(outgoing.size() - handedOver, burstSize));
         handedOver += count;
+        unsent -= count;  // if the next piece fails, its report counts this one
         if (count == 0)
             break;
     }

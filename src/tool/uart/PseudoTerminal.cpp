@@ -154,7 +154,7 @@ size_t PseudoTerminal::put(const uint8_t* bytes, size_t size)
     if (!peerIsReady || readable() > 0 || unfinishedLine() >= window)
         return 0;
     const ssize_t written = write(fd, bytes, std::min(size, window - unfinishedLine()));
-    if (written < 0 && errno != EAGAIN)
+    if (written < 0 && errno != EAGAIN && errno != EINTR)
         throw Failure{TransferFailed, withReport(slaveName + ": " + strerror(errno))};
     const auto count = static_cast<size_t>(std::max<ssize_t>(written, 0));
     const struct termios attributes = slaveSettings();

@@ -95,7 +95,7 @@ size_t SerialPort::put(const uint8_t* bytes, size_t size)
     if (uart->write(piece))
         return piece.size();
     const int error = errors.first() ? errors.first()->error : 0;
-    if (error == EAGAIN)
+    if (error == EAGAIN || error == EINTR)  // the caller looks at signals
         return 0;
     if (isHungUp(fd))
         throw gone();
